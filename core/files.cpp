@@ -1,0 +1,204 @@
+// The file layer's lower level: a table of small file numbers over the
+// platform's file handles, with its own open, read, write, seek, lock, erase
+// and close. Each operation returns true on success and keeps the last
+// platform error (a sharing violation is kept as "file not found").
+#include "kxcore.h"
+#include "platform.h"
+
+namespace rv::files {
+namespace {
+
+struct Entry {
+  uint16_t next;
+  uint16_t prev;
+  plat::FileHandle handle;  // kBadFile when free
+};
+
+KXBLOCK g_block = 0;
+Entry* g_table = nullptr;  // n + 2 entries; 0 heads the free list, 1 the open list
+unsigned g_count = 0;      // n
+unsigned g_refs = 0;
+uint32_t g_lastError = 0;
+uint64_t g_platformWrites = 0;
+constexpr uint32_t kPiece = 4096;
+
+bool Record(bool ok) {
+  if (ok) {
+    g_lastError = 0;
+  } else {
+    g_lastError = plat::LastError();
+    if (g_lastError == plat::kErrSharing) g_lastError = plat::kErrNotFound;
+  }
+  return ok;
+}
+
+// The platform handle of an open file number, or kBadFile.
+plat::FileHandle HandleOf(int16_t file) {
+  if (!g_table || file < 2 || unsigned(file) >= g_count + 2) return plat::kBadFile;
+  return g_table[file].handle;
+}
+
+bool BadFile() {
+  g_lastError = plat::kErrBadHandle;
+  return false;
+}
+
+}  // namespace
+
+bool Setup(unsigned n, const char* /*ignored*/) {
+  if (g_refs > 0) {
+    ++g_refs;
+    return true;
+  }
+  void* p = nullptr;
+  if (MemAllocLocked(&g_block, &p, uint32_t((n + 2) * sizeof(Entry))) < 0) return false;
+  g_table = static_cast<Entry*>(p);
+  g_count = n;
+  g_table[0] = {uint16_t(n ? 2 : 0), 0, plat::FileHandle(n)};
+  g_table[1] = {0, 0, plat::kBadFile};
+  for (unsigned i = 2; i < n + 2; ++i) {
+    g_table[i].next = uint16_t(i + 1 < n + 2 ? i + 1 : 0);
+    g_table[i].prev = uint16_t(i - 1);
+    g_table[i].handle = plat::kBadFile;
+  }
+  plat::SetHandleCount(100);
+  g_refs = 1;
+  return true;
+}
+
+void Release() {
+  if (g_refs == 0) return;
+  if (--g_refs > 0) return;
+  void* p = g_table;
+  MemRelease(&g_block, &p);
+  g_table = nullptr;
+  g_count = 0;
+}
+
+bool Ready() { return g_table != nullptr; }
+
+bool Open(const char* path, uint16_t flags, int16_t* file) {
+  *file = 0;
+  if (!g_table) return BadFile();
+  // The free entry is checked before the platform file is opened, so that a
+  // full table never leaves an orphaned platform file (and its share lock).
+  uint16_t idx = g_table[0].next;
+  if (idx == 0 || g_table[idx].handle != plat::kBadFile) {
+    g_lastError = plat::kErrTooManyOpen;
+    return false;
+  }
+  plat::FileHandle h = plat::kBadFile;
+  if (!Record(plat::Open(path, flags, &h))) return false;
+  // Unlink from the free list, put at the head of the open list.
+  g_table[0].next = g_table[idx].next;
+  if (g_table[idx].next) g_table[g_table[idx].next].prev = 0;
+  g_table[idx].next = g_table[1].next;
+  g_table[idx].prev = 1;
+  if (g_table[1].next) g_table[g_table[1].next].prev = idx;
+  g_table[1].next = idx;
+  g_table[idx].handle = h;
+  *file = static_cast<int16_t>(idx);
+  return true;
+}
+
+bool Close(int16_t file) {
+  plat::FileHandle h = HandleOf(file);
+  if (h == plat::kBadFile) return BadFile();
+  bool ok = Record(plat::Close(h));
+  Entry& e = g_table[file];
+  g_table[e.prev].next = e.next;
+  if (e.next) g_table[e.next].prev = e.prev;
+  e.handle = plat::kBadFile;
+  e.prev = 0;
+  e.next = g_table[0].next;
+  if (e.next) g_table[e.next].prev = uint16_t(file);
+  g_table[0].next = uint16_t(file);
+  return ok;
+}
+
+bool Read(int16_t file, void* buf, uint32_t count, uint32_t* got) {
+  uint32_t n = 0;
+  bool ok = Record(plat::Read(HandleOf(file), buf, count, &n));
+  if (got) *got = n;
+  return ok;
+}
+
+bool ReadAt(int16_t file, uint32_t off, void* buf, uint32_t count, uint32_t* got) {
+  uint32_t n = 0;
+  bool ok = Record(plat::ReadAt(HandleOf(file), off, buf, count, &n));
+  if (got) *got = n;
+  return ok;
+}
+
+bool WriteAt(int16_t file, uint32_t off, const void* buf, uint32_t count) {
+  plat::FileHandle h = HandleOf(file);
+  if (h == plat::kBadFile) return BadFile();
+  const auto* p = static_cast<const char*>(buf);
+  uint32_t done = 0;
+  // Written in pieces of 4096 bytes, then the remainder; each piece whole.
+  while (done < count) {
+    uint32_t piece = count - done < kPiece ? count - done : kPiece;
+    ++g_platformWrites;
+    if (!Record(plat::WriteAt(h, uint64_t(off) + done, p + done, piece))) return false;
+    done += piece;
+  }
+  g_lastError = 0;
+  return true;
+}
+
+bool Write(int16_t file, const void* buf, uint32_t count) {
+  plat::FileHandle h = HandleOf(file);
+  if (h == plat::kBadFile) return BadFile();
+  const auto* p = static_cast<const char*>(buf);
+  uint32_t done = 0;
+  while (done < count) {
+    uint32_t piece = count - done < kPiece ? count - done : kPiece;
+    ++g_platformWrites;
+    if (!Record(plat::Write(h, p + done, piece))) return false;
+    done += piece;
+  }
+  g_lastError = 0;
+  return true;
+}
+
+bool Seek(int16_t file, int32_t off, int origin, uint32_t* newPos) {
+  if (origin < 0 || origin > 2) origin = 0;
+  uint64_t pos = 0;
+  // From the beginning the offset is taken as unsigned, so that files up to
+  // 4 GiB can be addressed.
+  int64_t o = origin == 0 ? int64_t(uint32_t(off)) : int64_t(off);
+  if (!Record(plat::Seek(HandleOf(file), o, origin, &pos))) return false;
+  if (newPos) *newPos = static_cast<uint32_t>(pos);
+  return true;
+}
+
+bool Erase(const char* path) { return Record(plat::Erase(path)); }
+
+bool Lock(int16_t file, uint32_t off, uint32_t len) {
+  return Record(plat::Lock(HandleOf(file), off, len));
+}
+
+bool Unlock(int16_t file, uint32_t off, uint32_t len) {
+  return Record(plat::Unlock(HandleOf(file), off, len));
+}
+
+bool SetSize(int16_t file, uint32_t size) {
+  plat::FileHandle h = HandleOf(file);
+  uint64_t pos = 0;
+  if (!Record(plat::Seek(h, int64_t(size), 0, &pos))) return false;
+  return Record(plat::SetEnd(h));
+}
+
+bool Flush(int16_t) { return true; }
+
+bool Length(int16_t file, uint32_t* len) {
+  uint64_t l = 0;
+  if (!Record(plat::Length(HandleOf(file), &l))) return false;
+  *len = static_cast<uint32_t>(l);
+  return true;
+}
+
+uint32_t LastError() { return g_lastError; }
+uint64_t PlatformWrites() { return g_platformWrites; }
+
+}  // namespace rv::files

@@ -1,0 +1,22 @@
+// Hwrite: write count bytes at the file's position, then flush if asked.
+#include "kxcore.h"
+
+namespace rv {
+
+int16_t Hwrite(int16_t file, const void* buf, uint32_t count, bool flush) {
+  KX_STICKY();
+  if (!buf) return KX_FAIL(KX_ERR_NULL);
+  if (!files::Write(file, buf, count)) return KX_FAIL(KX_ERR_WRITE);
+  if (flush) return Hflush(file);
+  return 0;
+}
+
+int16_t HwriteAt(int16_t file, uint32_t off, const void* buf, uint32_t count, bool flush) {
+  KX_STICKY();
+  if (!buf) return KX_FAIL(KX_ERR_NULL);
+  if (!files::WriteAt(file, off, buf, count)) return KX_FAIL(KX_ERR_WRITE);
+  if (flush) return Hflush(file);
+  return 0;
+}
+
+}  // namespace rv

@@ -1,0 +1,115 @@
+// Shared helpers for the test programs: scratch directories, file bytes,
+// and starting helper processes.
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <random>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+#if !defined(_WIN32)
+#include <sys/wait.h>
+#endif
+
+#include "rvdb4xx.h"
+
+namespace testutil {
+
+namespace fs = std::filesystem;
+
+// A fresh directory under the system's temporary directory, removed at the end.
+class ScratchDir {
+ public:
+  ScratchDir() {
+    std::random_device rd;
+    for (int i = 0; i < 100; ++i) {
+      fs::path p = fs::temp_directory_path() / ("rvdbtest_" + std::to_string(rd()));
+      std::error_code ec;
+      if (fs::create_directory(p, ec)) {
+        path_ = p;
+        return;
+      }
+    }
+    ADD_FAILURE() << "cannot create a scratch directory";
+  }
+  ~ScratchDir() {
+    std::error_code ec;
+    fs::remove_all(path_, ec);
+  }
+  std::string file(const std::string& name) const { return (path_ / name).string(); }
+  const fs::path& path() const { return path_; }
+
+ private:
+  fs::path path_;
+};
+
+inline std::vector<uint8_t> ReadBytes(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  return std::vector<uint8_t>(std::istreambuf_iterator<char>(in), {});
+}
+
+inline void WriteBytes(const std::string& path, const std::vector<uint8_t>& bytes) {
+  std::ofstream out(path, std::ios::binary | std::ios::trunc);
+  out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+}
+
+inline void WriteText(const std::string& path, const std::string& text) {
+  std::ofstream out(path, std::ios::binary | std::ios::trunc);
+  out << text;
+}
+
+inline std::string ReadText(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
+inline uint32_t Le32(const std::vector<uint8_t>& b, size_t off) {
+  return uint32_t(b[off]) | uint32_t(b[off + 1]) << 8 | uint32_t(b[off + 2]) << 16 |
+         uint32_t(b[off + 3]) << 24;
+}
+inline uint16_t Le16(const std::vector<uint8_t>& b, size_t off) {
+  return uint16_t(b[off] | b[off + 1] << 8);
+}
+
+// Runs the probe helper program with arguments and returns its exit code.
+inline int RunProbe(const std::string& args) {
+  std::string cmd = std::string("\"") + KXPROBE_PATH + "\" " + args;
+  int rc = std::system(cmd.c_str());
+#if defined(_WIN32)
+  return rc;
+#else
+  return WIFEXITED(rc) ? WEXITSTATUS(rc) : -1;
+#endif
+}
+
+// Sets an environment variable for this process (and children it starts).
+inline void SetEnv(const char* name, const char* value) {
+#if defined(_WIN32)
+  _putenv_s(name, value ? value : "");
+#else
+  if (value)
+    setenv(name, value, 1);
+  else
+    unsetenv(name);
+#endif
+}
+
+// Each test runs with a fresh initialised library and its own scratch
+// directory; the library is terminated afterwards.
+class EngineTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    SetEnv("RVDB4XX_INI", dir.file("none.ini").c_str());
+    ASSERT_EQ(KXDINIT(100, 4), 0);
+  }
+  void TearDown() override { KXDTERM(); }
+  ScratchDir dir;
+};
+
+}  // namespace testutil
