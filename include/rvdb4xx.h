@@ -200,6 +200,21 @@ KXEXPORT int16_t KXAPI _KXMLOCK(void **address, KXBLOCK block);
 /* Undo one lock. Always 0. */
 KXEXPORT int16_t KXAPI _KXMUNLOCK(KXBLOCK block);
 
+/* ---- DBF tables, records, fields ---------------------------------------- */
+/* ---- end of DBF tables, records, fields -------------------------------- */
+
+/* ---- DBF locking, flush and pack ----------------------------------------- */
+/* ---- end of DBF locking, flush and pack ---------------------------------- */
+
+/* ---- Dates and times ------------------------------------------------------- */
+/* ---- end of dates and times ------------------------------------------------ */
+
+/* ---- Expressions and user procedures ------------------------------------- */
+/* ---- end of expressions and user procedures ------------------------------ */
+
+/* ---- NTX indexes ----------------------------------------------------------- */
+/* ---- end of NTX indexes ---------------------------------------------------- */
+
 #ifdef __cplusplus
 }
 #endif
