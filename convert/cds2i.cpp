@@ -1,0 +1,93 @@
+// Date string to date parts.
+#include <cstring>
+
+#include "convert/dates.h"
+#include "platform.h"
+
+namespace rv {
+
+namespace {
+
+// Longest input accepted, blanks included; longer strings are not dates.
+constexpr size_t kMaxDateInput = 32;
+
+// The field at pos..pos+len of the blank-free copy, read as the C library's
+// integer conversion reads it: leading white space, a sign, leading digits.
+// Positions past the end of the copy read as the end of the string.
+int FieldValue(const char* copy, size_t copyLen, int pos, int len) {
+  char field[8] = {};
+  for (int i = 0; i < len && size_t(pos + i) < copyLen; ++i) field[i] = copy[pos + i];
+  const char* p = field;
+  while (*p == ' ' || (*p >= '\t' && *p <= '\r')) ++p;
+  bool negative = false;
+  if (*p == '+' || *p == '-') negative = *p++ == '-';
+  int value = 0;
+  while (*p >= '0' && *p <= '9') value = value * 10 + (*p++ - '0');
+  return negative ? -value : value;
+}
+
+}  // namespace
+
+int16_t DateS2I(int16_t* year, int16_t* month, int16_t* day, const char* text,
+                uint16_t style) {
+  KX_STICKY();
+  if (!year || !month || !day || !text) return KX_FAIL(KX_ERR_NULL);
+
+  const char* p = text;
+  while (*p == ' ') ++p;
+  if (*p == '\0') {
+    *year = *month = *day = 0;
+    return SetStatus(KX_EMPTY);
+  }
+
+  size_t given = strnlen(text, kMaxDateInput + 1);
+  if (given > kMaxDateInput) return KX_FAIL(KX_ERR_DATE);
+  char copy[kMaxDateInput + 1];
+  size_t copyLen = 0;
+  for (size_t i = 0; i < given; ++i)
+    if (text[i] != ' ') copy[copyLen++] = text[i];
+  copy[copyLen] = '\0';
+
+  if (!ValidStyle(style)) return KX_FAIL(KX_ERR_RANGE);
+  const DateStyleInfo& st = kDateStyles[style];
+
+  if (style == 4) {
+    if (copyLen != 8) {
+      plat::Notice("mauvaise Longueur", text);
+      return KX_FAIL(KX_ERR_DATE);
+    }
+  } else if (given < st.minLen || given > st.maxLen) {
+    return KX_FAIL(KX_ERR_DATE);
+  }
+  if (style <= 3)
+    for (size_t i = 0; i < copyLen; ++i)
+      if (copy[i] == '\\') copy[i] = '/';
+  if (st.sepOnly && std::strcmp(copy, st.sepOnly) == 0) {
+    *year = *month = *day = 0;
+    return SetStatus(KX_EMPTY);
+  }
+
+  int y = FieldValue(copy, copyLen, st.yPos, st.yLen);
+  int m, d;
+  if (st.order == DateOrder::Julian) {
+    // Month lengths as the previous leap computation left them: the leap
+    // rule for this year is applied only by the validation below.
+    d = FieldValue(copy, copyLen, st.mPos, st.mLen);
+    m = 1;
+    while (m <= 12 && d > g_monthDays[m]) d -= g_monthDays[m++];
+  } else {
+    m = FieldValue(copy, copyLen, st.mPos, st.mLen);
+    d = FieldValue(copy, copyLen, st.dPos, st.dLen);
+  }
+  if (st.yearDigits == 2 && y >= 0 && y <= 99) y += 1900;
+  *year = static_cast<int16_t>(y);
+  *month = static_cast<int16_t>(m);
+  *day = static_cast<int16_t>(d);
+
+  if (y < 0 || y > 9999) return KX_FAIL(KX_ERR_DATE);
+  LeapYear(static_cast<int16_t>(y));
+  if (m < 1 || m > 12 || d < 1 || d > g_monthDays[m]) return KX_FAIL(KX_ERR_DATE);
+  return SetStatus(0);
+}
+
+}  // namespace rv
