@@ -62,3 +62,10 @@ int16_t DateI2S(char* out, uint16_t style, int16_t year, int16_t month, int16_t 
 }
 
 }  // namespace rv
+
+KXEXPORT int16_t KXAPI KXCDI2S(char* out, uint16_t style, int16_t year, int16_t month,
+                               int16_t day) {
+  KX_ENTER();
+  KX_TRY(rv::DateI2S(out, style, year, month, day));
+  return rv::SetStatus(0);
+}

@@ -11,3 +11,6 @@ int16_t LeapYear(int16_t year) {
 }
 
 }  // namespace rv
+
+// No context, no status: a pure calendar fact (and the February entry).
+KXEXPORT int16_t KXAPI KXCDILEAP(int16_t year) { return rv::LeapYear(year); }

@@ -91,3 +91,11 @@ int16_t DateS2I(int16_t* year, int16_t* month, int16_t* day, const char* text,
 }
 
 }  // namespace rv
+
+KXEXPORT int16_t KXAPI KXCDS2I(int16_t* year, int16_t* month, int16_t* day,
+                               const char* text, uint16_t style) {
+  KX_ENTER();
+  int16_t s = rv::DateS2I(year, month, day, text, style);
+  if (s < 0) return KX_FAIL(s);
+  return rv::SetStatus(s);
+}

@@ -201,18 +201,431 @@ KXEXPORT int16_t KXAPI _KXMLOCK(void **address, KXBLOCK block);
 KXEXPORT int16_t KXAPI _KXMUNLOCK(KXBLOCK block);
 
 /* ---- DBF tables, records, fields ---------------------------------------- */
+/*
+ * A table is a DBF file: a 32-byte header, one 32-byte descriptor per field,
+ * a terminator, fixed-length records and a 0x1A end mark. Field types C
+ * (character), D (date "yyyymmdd"), F (float), L (logical), M (memo block
+ * number, 10 characters) and N (numeric).
+ *
+ * Compatibility modes (low byte of the create and open modes):
+ *   mode  fields  record  version bytes opened   version with memo fields
+ *   1,3,9  128    4000    0x03 0x83              0x83 (9: 32-byte terminator)
+ *   2      255    4000    0x03 0x83 0x8B         0x8B
+ *   4      128    4000    0x03 0xF5              0xF5
+ *   5      1023   4000    0x03 0x83              0x83
+ *   6      1023   8192    0x03 0x83              0x83 (C fields up to 2048)
+ *   7      512    4000    0x03 0x83              0x83
+ *   8      255    4000    0x03 0xF5              0xF5
+ * N and F fields are 1..19 wide (1..20 in modes 2, 4, 8), with 0 decimals or
+ * at most width - 2 (at most 15 outside modes 2, 4, 8); F only in modes 2, 4,
+ * 8. D, L and M widths are forced to 8, 1 and 10.
+ *
+ * Paths are at most 259 characters; a longer path gives -14.
+ *
+ * Host value forms of the field functions (and, one after another, of the
+ * packed records of KXDDRGETX/KXDDRPUTX):
+ *   type  host value                                   packed slot
+ *   C     NUL-terminated string                        width + 1
+ *   D     NUL-terminated date in the current style     9
+ *   N, F  double                                       8
+ *   L     one byte: 1 true, 0 false, '?' unknown        1
+ *   M     uint32_t memo block number                   4
+ * A packed record is the deletion flag byte followed by the slots with no
+ * gaps (doubles are unaligned). A date in a ten-character style runs into the
+ * next slot, which the next field then overwrites; in the last slot it is cut
+ * to 8 characters so that nothing is written past the packed record. Hosts
+ * that use the ten-character styles read dates one field at a time.
+ *
+ * Field get rules (KXDDFGET): a field is empty when it and everything after
+ * it to the end of the record is blank. C: the full width and a NUL (blanks
+ * kept; the buffer needs width + 1 bytes). D: empty gives blanks in the width
+ * of the current style (8, 10 or 6); otherwise the stored date in the current
+ * style (buffer of at least 11 bytes); a blank date followed by non-blank
+ * fields also reads as blanks. N, F: empty gives 0.0, otherwise the text read
+ * with "%lf" (text that does not read as a number leaves the double as it
+ * was). L: empty gives '?'; 0, 'F', 'N', 'f', 'n' give 0; 1, 'T', 'Y', 'y'
+ * give 1; any other byte (a stored lower-case 't' included) leaves the host
+ * byte as it was. M: empty gives 0, otherwise the number.
+ * Field put rules (KXDDFPUT): C: blank-filled, cut to the width (status 5).
+ * D: empty or blank gives 8 blanks, otherwise the date is read in the current
+ * style (its failures -12, -15) and stored as yyyymmdd. N, F: printed with
+ * "%*.*lf" at the field's width and decimals; a value above the field's
+ * largest value, a printed text wider than the field (large negative values)
+ * or a value that is not finite is -33 and leaves the field unchanged; a value
+ * that does not read back exactly is stored with status 6. L: 1, 'T', 'Y',
+ * 't', 'y' store "T"; 0, 'F', 'N', 'f', 'n' store "F"; anything else -33.
+ * M: the number printed with "%10lu".
+ * The S variants (KXDDFGETS/KXDDFPUTS) apply the C rules to any field.
+ */
+#pragma pack(push, 1)
+/* Field record of KXDDCREATE and KXDDFINFO (17 bytes):
+   offset 0 name[11] (NUL-terminated), 11 type (character code, u16),
+   13 width (u16; the full width, C fields over 255 included), 15 decimals
+   (u16; for C fields KXDDFINFO gives the width's high byte, as stored). */
+typedef struct KXDBFFIELD {
+  char name[11];
+  uint16_t type;
+  uint16_t width;
+  uint16_t decimals;
+} KXDBFFIELD;
+
+/* Information record of KXDDINFO (282 bytes):
+   0 lockOffset, 4 lockLength (u32: the region of the last lock or unlock);
+   8 flags (u16: bit 0 read-only, bit 1 shared, bit 2 opened with 0x200 or
+   0x800); 10 path[260]; 270 mode (u16, 1..9); 272 memo (u16: 1 when the table
+   has memo fields); 274 prodIndex, 276 header14, 278 header15 (u16: header
+   bytes 28, 14 and 15); 280 lockState (u16: the lock state byte, 0 until a
+   lock function sets it). */
+typedef struct KXDBFINFO {
+  uint32_t lockOffset;
+  uint32_t lockLength;
+  uint16_t flags;
+  char path[260];
+  uint16_t mode;
+  uint16_t memo;
+  uint16_t prodIndex;
+  uint16_t header14;
+  uint16_t header15;
+  uint16_t lockState;
+} KXDBFINFO;
+
+/* Record information of KXDDRINFO and KXDDRINFOH:
+   0 recordLength (u16), 2 fieldCount (u16), 4 the record buffer: its address
+   (KXDDRINFO; pointer-sized) or its memory block (KXDDRINFOH; KXBLOCK). The
+   buffer stays at its address until the table is closed. */
+typedef struct KXRECINFO {
+  uint16_t recordLength;
+  uint16_t fieldCount;
+  union {
+    uint8_t *address;
+    KXBLOCK block;
+  } buffer;
+} KXRECINFO;
+#pragma pack(pop)
+
+/* Create a table. mode: 1..9, plus 0x200 to set the production index flag.
+   0, -21, -14 (empty or too long path), -18 (mode), -27 (count), -28 (name),
+   -29 (width), -30 (decimals), -31 (type), -32 (record too long), -46, -1. */
+KXEXPORT int16_t KXAPI KXDDCREATE(const char *path, int16_t fieldCount,
+                                  const KXDBFFIELD *fields, uint16_t mode);
+/* Open a table. mode: low byte 0..9 (0 is 1); 0x100 read-only; 0x400 shared;
+   0x800 shared and 0x200 (ignored with 0x100). A file that cannot be opened
+   for writing opens read-only and shared. 0; 7 (opened, but the file size
+   disagrees with the header); -21, -14, -46, -8, -2 (truncated header), -12
+   (mode), -18 (version byte), -19 (header length), -35 (production index
+   flag, modes 2 and 8), -28, -31, -32 (record length). *handle is -1 after a
+   failure. */
+KXEXPORT int16_t KXAPI KXDDOPENX(int16_t *handle, const char *path, uint16_t mode);
+/* Close a table; writes the last-update date if records were written.
+   0, -13, -1. */
+KXEXPORT int16_t KXAPI KXDDCLOSE(int16_t handle);
+/* Record count of the header copy. 0, -13, -21. */
+KXEXPORT int16_t KXAPI KXDDSIZE(int16_t handle, uint32_t *count);
+/* Re-read the 32-byte header from the file (record count, last-update date),
+   e.g. after locking, to see records other programs appended. 0, -13, -2;
+   -19 / -32 when the file's header length / record length no longer match
+   the open table (the copy is then left as it was). */
+KXEXPORT int16_t KXAPI KXDDHGET(int16_t handle);
+/* Number (from 0) of the field named `name` (any case). 0, -13, -21, -28. */
+KXEXPORT int16_t KXAPI KXDDFNAM2NO(int16_t handle, int16_t *number, const char *name);
+/* Name of field `number` into `name` (11 bytes). 0, -13, -21, -27. */
+KXEXPORT int16_t KXAPI KXDDFNO2NAM(int16_t handle, char *name, int16_t number);
+/* Width of the widest field, and one KXDBFFIELD per field into `fields`
+   (room for the field count). 0, -13, -21. */
+KXEXPORT int16_t KXAPI KXDDFINFO(int16_t handle, int16_t *widest, KXDBFFIELD *fields);
+/* Table information. 0, -13, -21. */
+KXEXPORT int16_t KXAPI KXDDINFO(int16_t handle, KXDBFINFO *info);
+/* Last-update date of the header in date style `style` (buffer of at least
+   11 bytes). 0, -13, -21, -15 (the header holds no valid date), -12. */
+KXEXPORT int16_t KXAPI KXDDLUD(int16_t handle, char *date, uint32_t style);
+
+/* Read record `recno` into the buffer and, when `packed` is not null,
+   convert every field into it. 0, 1 (deleted: flag byte not blank), -13,
+   -4 (recno outside 1..count), -2, -15 (stored date invalid). */
+KXEXPORT int16_t KXAPI KXDDRGETX(int16_t handle, void *packed, int32_t recno);
+/* KXDDRGETX without a packed record. */
+KXEXPORT int16_t KXAPI KXDDRGET(int16_t handle, int32_t recno);
+/* Store the packed record's fields (when not null), then write the buffer:
+   mode 0 appends (the new number comes back in *recno), mode 256 rewrites
+   record *recno (numbers past the count are written at their offset and the
+   count is left alone). The deletion flag is always cleared. 0, 5 or 6 (a
+   field was cut or rounded), -13, -21, -12 (mode), -36 (read-only), -4
+   (recno 0, or an offset beyond 4 GiB), -33, -15, -1. */
+KXEXPORT int16_t KXAPI KXDDRPUTX(int16_t handle, const void *packed, uint32_t *recno,
+                                 uint16_t mode);
+/* KXDDRPUTX without a packed record. */
+KXEXPORT int16_t KXAPI KXDDRPUT(int16_t handle, uint32_t *recno, uint16_t mode);
+/* Mark record `recno` deleted / clear the mark (written only when it changes).
+   0, -13, -36, -4, -2, -1. */
+KXEXPORT int16_t KXAPI KXDDRDEL(int16_t handle, uint32_t recno);
+KXEXPORT int16_t KXAPI KXDDRUNDEL(int16_t handle, uint32_t recno);
+/* 1 when the buffer's deletion flag is '*', else 0; -13. */
+KXEXPORT int16_t KXAPI KXDDRSTAT(int16_t handle);
+/* Number of the record in the buffer (0 after open). 0, -13, -21. */
+KXEXPORT int16_t KXAPI KXDDRNUM(int16_t handle, uint32_t *recno);
+/* Record length, field count and the record buffer's address. 0, -13, -21. */
+KXEXPORT int16_t KXAPI KXDDRINFO(int16_t handle, KXRECINFO *info);
+/* As KXDDRINFO with the buffer's memory block instead. 0, -13, -21. */
+KXEXPORT int16_t KXAPI KXDDRINFOH(int16_t handle, KXRECINFO *info);
+/* Fill the record buffer, deletion flag included, with blanks. 0, -13. */
+KXEXPORT int16_t KXAPI KXDDRCLEAR(int16_t handle);
+
+/* Field `number` (from 0) of the buffer into `value` by its type.
+   0, -13, -21, -27, -15, -12. */
+KXEXPORT int16_t KXAPI KXDDFGET(int16_t handle, int16_t number, void *value);
+/* Any field as its raw text (width + 1 bytes). 0, -13, -21, -27. */
+KXEXPORT int16_t KXAPI KXDDFGETS(int16_t handle, int16_t number, char *value);
+/* By name; -28 for an unknown name. */
+KXEXPORT int16_t KXAPI KXDDFNGET(int16_t handle, const char *name, void *value);
+KXEXPORT int16_t KXAPI KXDDFNGETS(int16_t handle, const char *name, char *value);
+/* Store `value` into field `number` of the buffer by its type. 0, 5 (cut),
+   6 (rounded), -13, -21, -27, -33, -15, -12. */
+KXEXPORT int16_t KXAPI KXDDFPUT(int16_t handle, int16_t number, const void *value);
+/* Store text into any field by the character rule. 0, 5, -13, -21, -27. */
+KXEXPORT int16_t KXAPI KXDDFPUTS(int16_t handle, int16_t number, const char *value);
+/* By name; -28 for an unknown name. */
+KXEXPORT int16_t KXAPI KXDDFNPUT(int16_t handle, const char *name, const void *value);
+KXEXPORT int16_t KXAPI KXDDFNPUTS(int16_t handle, const char *name, const char *value);
 /* ---- end of DBF tables, records, fields -------------------------------- */
 
 /* ---- DBF locking, flush and pack ----------------------------------------- */
 /* ---- end of DBF locking, flush and pack ---------------------------------- */
 
 /* ---- Dates and times ------------------------------------------------------- */
+/*
+ * Date strings use one of fifteen styles (codes 1..15):
+ *   1 mm/dd/yy   2 mm/dd/yyyy   3 yyyy/ddd (Julian)   4 yyyymmdd (dBASE)
+ *   5 ddmmyy     6 dd.mm.yy     7 dd.mm.yyyy          8 dd/mm/yy (British)
+ *   9 dd/mm/yyyy 10 dd/mm/yy (French)  11 dd/mm/yyyy (French)
+ *   12 dd-mm-yy  13 dd-mm-yyyy  14 yy.mm.dd           15 yyyy.mm.dd
+ * Parsing reads fixed positions of the string after every blank has been
+ * removed (the blanks are not read as zeros, so ' 5/12/92' reads as
+ * '5/12/92'); separators are never checked. Two-digit years 00..99 are
+ * 1900..1999 (no pivot). A blank string or one holding only separators is
+ * the empty date: status 2, year = month = day = 0. Strings longer than 32
+ * characters (blanks included) are not dates: -15. Style 1..3 accept '\'
+ * for '/'. A style-4 string whose length without blanks is not 8 also shows
+ * the notice "mauvaise Longueur" with the string as its caption: on POSIX
+ * one line on standard error (RVDB4XX_NOTICE=0 silences it), on Windows a
+ * message box unless switched off; the result is -15 either way.
+ * Day numbers: 1 is 1 January of year 1; a date's number is
+ * (year-1)*365.2425 truncated plus its day of year, the value existing files
+ * and hosts hold. It differs by one from the exact Gregorian count in some
+ * years, and 800 day numbers (the first days of those years, the first being
+ * 74144) have no date: converting them back gives -15.
+ * The month-length table is shared: its February entry is whatever the last
+ * leap computation set, and the Julian style (3) parses the day of year with
+ * it before the parsed year's own rule is applied.
+ * Buffers: 11 bytes for a date, 10 for a month or weekday name, 23 for a
+ * style name, 9 for a time. Time styles: 1 'hh:mm:ss' (a blank may stand
+ * for the leading 0 of the hours), 2 'hhmm'; only the canonical form is
+ * accepted. A string that fails its length or separator checks leaves the
+ * outputs untouched; one that parses but fails validation leaves the parsed
+ * values in them.
+ */
+/* Set the current date style. Returns the status as it was; -12, -59. */
+KXEXPORT int16_t KXAPI KXCDSTYLE(uint16_t style);
+/* Current style and its name (23 bytes). Status as it was; -21, -59. */
+KXEXPORT int16_t KXAPI KXCDGSTYLE(uint16_t *style, char *name);
+/* Date string to parts. 0, 2 (empty date), -12, -15, -21. */
+KXEXPORT int16_t KXAPI KXCDS2I(int16_t *year, int16_t *month, int16_t *day,
+                               const char *text, uint16_t style);
+/* Parts to date string. 0, -21 (null buffer, checked first), -15, then -12. */
+KXEXPORT int16_t KXAPI KXCDI2S(char *out, uint16_t style, int16_t year,
+                               int16_t month, int16_t day);
+/* Parts (year 0..9999) to day number. 0, -15, -21. */
+KXEXPORT int16_t KXAPI KXCDI2L(int32_t *dayNumber, int16_t year, int16_t month,
+                               int16_t day);
+/* Day number (1..3652059) to parts. 0, -15, -21; outputs set on success only. */
+KXEXPORT int16_t KXAPI KXCDL2I(int16_t *year, int16_t *month, int16_t *day,
+                               int32_t dayNumber);
+/* Date string to day number; the empty date is -15. 0, -12, -15, -21. */
+KXEXPORT int16_t KXAPI KXCDS2LX(int32_t *dayNumber, const char *text, uint16_t style);
+/* Day number to date string. 0, -12, -15, -21. */
+KXEXPORT int16_t KXAPI KXCDL2SX(char *out, uint16_t style, int32_t dayNumber);
+/* Date string from one style to another; the empty date is -15. 0, -12, -15, -21. */
+KXEXPORT int16_t KXAPI KXCDS2S(char *out, uint16_t outStyle, const char *text,
+                               uint16_t inStyle);
+/* Status of parsing the string: 0, 2 (empty), -12, -15, -21. */
+KXEXPORT int16_t KXAPI KXCDSVALID(const char *text, uint16_t style);
+/* Absolute difference in days of two date strings. 0, -12, -15, -21 (checked first). */
+KXEXPORT int16_t KXAPI KXCDSDIFF(uint32_t *days, const char *first, uint16_t firstStyle,
+                                 const char *second, uint16_t secondStyle);
+/* Weekday (0 Sunday .. 6 Saturday) of a day number 1..3652059. 0, -15, -21. */
+KXEXPORT int16_t KXAPI KXCDL2DOW(int16_t *weekday, int32_t dayNumber);
+/* Weekday of a date string. 0, -12, -15, -21. */
+KXEXPORT int16_t KXAPI KXCDS2DOW(int16_t *weekday, const char *text, uint16_t style);
+/* Name of weekday 0..6 ("Sunday" ..). 0, -15, -21. */
+KXEXPORT int16_t KXAPI KXCDSDAY(char *out, int16_t weekday);
+/* Weekday name of a date string. 0, -12, -15, -21. */
+KXEXPORT int16_t KXAPI KXCDS2DAY(char *out, const char *text, uint16_t style);
+/* Name of month 1..12 ("January" ..). 0, -15, -21. */
+KXEXPORT int16_t KXAPI KXCDSMONTH(char *out, int16_t month);
+/* Month name of a date string. 0, -12, -15, -21. */
+KXEXPORT int16_t KXAPI KXCDS2MON(char *out, const char *text, uint16_t style);
+/* 1 for a leap year, else 0; sets the shared February length. Needs no
+   context; sets no status. */
+KXEXPORT int16_t KXAPI KXCDILEAP(int16_t year);
+/* 1 or 0 for the year of a date string (also left as the status); -12, -15, -21. */
+KXEXPORT int16_t KXAPI KXCDSLEAP(const char *text, uint16_t style);
+/* Days in the month (year 1..9999, month 1..12). 0, -15, -21. */
+KXEXPORT int16_t KXAPI KXCDIPERM(int16_t *days, int16_t year, int16_t month);
+/* Days in the month of a date string. 0, -12, -15, -21. */
+KXEXPORT int16_t KXAPI KXCDSPERM(int16_t *days, const char *text, uint16_t style);
+/* Today's local date and weekday (0 Sunday). 0, -21. */
+KXEXPORT int16_t KXAPI KXCDIGET(int16_t *year, int16_t *month, int16_t *day,
+                                int16_t *weekday);
+/* Today's date as a date string. 0, -12, -21. */
+KXEXPORT int16_t KXAPI KXCDSGET(char *out, uint16_t style);
+/* Time string to parts (style 2: seconds 0). 0, -12, -16, -21. */
+KXEXPORT int16_t KXAPI KXCTS2I(int16_t *hours, int16_t *minutes, int16_t *seconds,
+                               const char *text, uint16_t style);
+/* Parts to time string (9 bytes). 0, -21, -16 (all three ranges, also for
+   style 2), then -12. */
+KXEXPORT int16_t KXAPI KXCTI2S(char *out, uint16_t style, int16_t hours,
+                               int16_t minutes, int16_t seconds);
+/* Status of parsing the time string: 0, -12, -16, -21. */
+KXEXPORT int16_t KXAPI KXCTSVALID(const char *text, uint16_t style);
+/* Absolute difference in seconds; both strings are parsed before the output
+   pointer is checked. 0, -12, -16, -21. */
+KXEXPORT int16_t KXAPI KXCTSDIFF(uint32_t *secs, const char *first, uint16_t firstStyle,
+                                 const char *second, uint16_t secondStyle);
+/* The current local time; hundredths is always 0. 0, -21. */
+KXEXPORT int16_t KXAPI KXCTIGET(int16_t *hours, int16_t *minutes, int16_t *seconds,
+                                int16_t *hundredths);
+/* The current time as a time string. 0, -12, -21. */
+KXEXPORT int16_t KXAPI KXCTSGET(char *out, uint16_t style);
 /* ---- end of dates and times ------------------------------------------------ */
 
 /* ---- Expressions and user procedures ------------------------------------- */
+/* Key expressions are evaluated over a table's current record: field names,
+   numbers (digits and "."), bare words (character literals, at most 10
+   characters), "+" (concatenation of strings, addition of numbers) and the
+   functions SUBSTR(c,start[,count]) LEFT(c,n) RIGHT(c,n) STR(x[,len[,dec]])
+   DTOC(d) DTOS(d). Positions and counts past the end of a string are held to
+   its end. */
+
+/* The record a user procedure works on. On entry `pos` points just past the
+   procedure's name in the expression. A procedure reads integer arguments
+   with KXDXVGET and evaluates a term with KXDXPROC (which leaves the term in
+   `result`); to return a value of its own it frees `result` with _KXMFREE
+   (if set), allocates and locks a new block with _KXMALLOC/_KXMLOCK, and sets
+   result, result_ptr, type ('C' NUL-terminated text, 'N' a double, 'D' a
+   date string, 'L' one byte) and length. It returns a status; a negative one
+   ends the evaluation. */
+typedef struct KXEXPRSTATE {
+  KXBLOCK result;
+  void *result_ptr;
+  uint16_t type;
+  uint16_t length;
+  char *pos;
+} KXEXPRSTATE;
+typedef int16_t (KXAPI *KXUSERPROC)(KXEXPRSTATE *state);
+
+/* What KXDXEVAL returns: the value stays valid until the next evaluation. */
+typedef struct KXEXPRVALUE {
+  void *value;
+  uint16_t type;
+  uint16_t length;
+} KXEXPRVALUE;
+
+/* Evaluate `expression` (blanks removed and upper-cased in place) over the
+   table's current record. 0, -7 bad expression, -13 bad handle, -21. */
+KXEXPORT int16_t KXAPI KXDXEVAL(int16_t table, char *expression, KXEXPRVALUE *result);
+/* Inside a user procedure: evaluate one term at the current position. 0, -7. */
+KXEXPORT int16_t KXAPI KXDXPROC(void);
+/* Inside a user procedure: read an integer argument. 0, -7 none, -21. */
+KXEXPORT int16_t KXAPI KXDXVGET(int16_t *value);
+/* Register a procedure (name upper-cased in place; a registered name that
+   the new one begins with counts as the same). 0, 11 already defined, -3,
+   -12 empty name, -21. */
+KXEXPORT int16_t KXAPI KXDXADD(char *name, KXUSERPROC proc);
+/* Remove a procedure (name upper-cased in place). 0, 4 not registered, -21. */
+KXEXPORT int16_t KXAPI KXDXDEL(char *name);
+/* Name of procedure `index` (from 0, in name order) into `name`. 0, 3 when
+   index is at or past the end, -12 negative index, -21. */
+KXEXPORT int16_t KXAPI KXDXLIST(char *name, int16_t index);
+/* Number of procedures and the longest name's length. 0, 2 none, -21. */
+KXEXPORT int16_t KXAPI KXDXINFO(uint16_t *count, uint16_t *longest);
 /* ---- end of expressions and user procedures ------------------------------ */
 
 /* ---- NTX indexes ----------------------------------------------------------- */
+/*
+ * NTX indexes: one B-tree of 1024-byte pages per file. Keys are compared as
+ * unsigned bytes. Every key operation re-reads the header (update counter,
+ * root, free head), so changes made through other handles or programs are
+ * seen; every page and header write reaches the file at once.
+ *
+ * Choices made here:
+ * - Key buffers passed out receive key length bytes and a NUL. Keys passed
+ *   to KXDCKADD, KXDCKDEL and KXDCKFIND are read up to their NUL (at most the
+ *   key length) and padded with blanks; KXDCKFIND compares only the caller's
+ *   own length (a prefix search) in mode 1. KXDCKFIND mode 2 also compares the
+ *   record number; any other mode value is mode 1.
+ * - Equal keys keep the order in which they were added (a unique index stores
+ *   a repeated key in front of the equal ones).
+ * - KXDCKNEXT/KXDCKPREV/KXDCKCUR on an empty index give 2. When the current
+ *   key was deleted and no key lies below it, they give 4 and return the
+ *   first key, which becomes current.
+ * - A page that cannot be a valid NTX page (key count above the maximum, an
+ *   item outside the page) or a tree deeper than its page size allows gives
+ *   -6; nothing is read or written outside the page.
+ * - KXDCKNUM writes at most key length characters (longer texts are cut).
+ */
+#pragma pack(push, 1)
+/* Index information record (375 bytes, no padding). */
+typedef struct KXINDEXINFO {
+  char fileName[261];    /* the name given to open */
+  uint16_t flags;        /* bit 0 read-only, bit 1 shared, bit 2 reserved; others kept */
+  uint16_t keyLength;
+  uint16_t keyType;      /* NTX: always '?' */
+  uint16_t options;      /* 0x0080 unique, 0x0100 expression begins with DESCEND */
+  uint16_t decimals;
+  uint16_t reserved;
+  uint16_t exprLength;
+  char expression[100];  /* min(exprLength + 1, 100) bytes: not terminated at 100+ */
+} KXINDEXINFO;
+#pragma pack(pop)
+
+/* Create an index file (not opened). type 'C', 'D' or 'N' (any case), + 0x80
+   for unique; blanks are removed from `expression` in place. 0, -21, -7
+   (expression over 255), -22 (type), -23 (length), -30 (decimals), -46, -1. */
+KXEXPORT int16_t KXAPI KXDCCREATE(const char *name, uint16_t type, char *expression,
+                                  int16_t length, int16_t decimals);
+/* Open an index (mode: low byte 0, 5 or 6; 0x100 read-only, 0x400 shared,
+   0x800 adds 0x600). 0, 7 (size not whole pages), -21, -8, -46, -18, -2,
+   -23, -24, -25, -26, -44, -7, -3; *handle is -1 on failure. */
+KXEXPORT int16_t KXAPI KXDCOPENX(int16_t *handle, const char *name, uint16_t mode);
+/* Close (bumps the update counter when a bulk build changed it). 0, -13, -1. */
+KXEXPORT int16_t KXAPI KXDCCLOSE(int16_t handle);
+/* Fill an index information record. 0, -13, -21. */
+KXEXPORT int16_t KXAPI KXDCINFO(int16_t handle, KXINDEXINFO *info);
+/* Copy the key expression into a 256-byte buffer. 0, -13, -21. */
+KXEXPORT int16_t KXAPI KXDCEXPR(int16_t handle, char *buffer);
+/* Re-read the header's counter, root and free head and the file length. 0, -13, -2. */
+KXEXPORT int16_t KXAPI KXDCHGET(int16_t handle);
+/* Numeric key text for this index ("%0L.Dlf"; negatives complemented after
+   the sign) into buffer (key length + 1 bytes). 0, -13, -21. */
+KXEXPORT int16_t KXAPI KXDCKNUM(int16_t handle, char *buffer, double value);
+/* First / last key. 0, 2 (empty), -13, -21, -4, -6, -2. */
+KXEXPORT int16_t KXAPI KXDCKTOP(int16_t handle, char *key, uint32_t *record);
+KXEXPORT int16_t KXAPI KXDCKBOT(int16_t handle, char *key, uint32_t *record);
+/* Next / previous key: 0; 3 at the end / beginning (that key again); 4 the
+   current key is gone with nothing below it; 2 empty; -13, -21, -4, -6, -2. */
+KXEXPORT int16_t KXAPI KXDCKNEXT(int16_t handle, char *key, uint32_t *record);
+KXEXPORT int16_t KXAPI KXDCKPREV(int16_t handle, char *key, uint32_t *record);
+/* The current key again: 0; 4 none, or gone (then the greatest key below it,
+   or the first key); 2 empty; -13, -21. */
+KXEXPORT int16_t KXAPI KXDCKCUR(int16_t handle, char *key, uint32_t *record);
+/* Search (mode 1 key, mode 2 key and record number): 0 found (also the first
+   key when the search key is below every key); 4 not found, positioned on
+   the greatest key below; 2 empty; -13, -21. */
+KXEXPORT int16_t KXAPI KXDCKFIND(int16_t handle, char *key, uint32_t *record, int16_t mode);
+/* Add a key. 0, -36 (read-only), -13, -21, -1, -2, -4, -6. */
+KXEXPORT int16_t KXAPI KXDCKADD(int16_t handle, const char *key, uint32_t record);
+/* Delete a key (unique indexes ignore the record number). 0, 4 not found,
+   2 empty, -36, -13, -21, -1, -2, -4, -6. */
+KXEXPORT int16_t KXAPI KXDCKDEL(int16_t handle, const char *key, uint32_t record);
 /* ---- end of NTX indexes ---------------------------------------------------- */
 
 #ifdef __cplusplus
