@@ -615,7 +615,7 @@ KXEXPORT int16_t KXAPI KXDCKBOT(int16_t handle, char *key, uint32_t *record);
 KXEXPORT int16_t KXAPI KXDCKNEXT(int16_t handle, char *key, uint32_t *record);
 KXEXPORT int16_t KXAPI KXDCKPREV(int16_t handle, char *key, uint32_t *record);
 /* The current key again: 0; 4 none, or gone (then the greatest key below it,
-   or the first key); 2 empty; -13, -21. */
+   or the first key); -13, -21. */
 KXEXPORT int16_t KXAPI KXDCKCUR(int16_t handle, char *key, uint32_t *record);
 /* Search (mode 1 key, mode 2 key and record number): 0 found (also the first
    key when the search key is below every key); 4 not found, positioned on
@@ -626,6 +626,10 @@ KXEXPORT int16_t KXAPI KXDCKADD(int16_t handle, const char *key, uint32_t record
 /* Delete a key (unique indexes ignore the record number). 0, 4 not found,
    2 empty, -36, -13, -21, -1, -2, -4, -6. */
 KXEXPORT int16_t KXAPI KXDCKDEL(int16_t handle, const char *key, uint32_t record);
+/* Date key ("yyyymmdd" and a NUL) of a date string in `style` into key (10
+   bytes): an empty date gives eight blanks, byte 8 untouched, byte 9 NUL.
+   0, -21, -12 (style), -15 (invalid date). */
+KXEXPORT int16_t KXAPI KXDCKDATE(char *key, const char *date, uint16_t style);
 /* ---- end of NTX indexes ---------------------------------------------------- */
 
 #ifdef __cplusplus

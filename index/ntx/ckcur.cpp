@@ -1,0 +1,42 @@
+// KXDCKCUR: the current key of an NTX index again.
+#include "ntx.h"
+
+using namespace rv;
+using namespace rv::ntx;
+
+namespace {
+
+int16_t Run(NtxState* st, char* key, uint32_t* record) {
+  key[0] = '\0';
+  *record = 0;
+  if (st->curRecord == 0) return KX_NOTFOUND;
+  KX_TRY(RefreshHeader(st));
+  int16_t s = Search(st, st->key, st->keyLength, 2, st->curRecord);
+  if (s < 0) return KX_FAIL(s);
+  if (s == KX_EMPTY) {
+    st->curRecord = 0;
+    return KX_NOTFOUND;
+  }
+  if (s == KX_END) {
+    // Gone, with nothing below it: the first key.
+    s = GoTop(st);
+    if (s < 0) return KX_FAIL(s);
+    s = KX_NOTFOUND;
+  }
+  KX_TRY(TakeCurrent(st, key, record));
+  return s;
+}
+
+}  // namespace
+
+KXEXPORT int16_t KXAPI KXDCKCUR(int16_t handle, char* key, uint32_t* record) {
+  KX_ENTER();
+  HandleScope hs(handle, KX_KIND_NTX);
+  if (!hs.ok()) return KX_FAIL(hs.status());
+  if (!key || !record) return KX_FAIL(KX_ERR_NULL);
+  auto* st = hs.state<NtxState>();
+  int16_t s = Run(st, key, record);
+  CacheReset(st);
+  if (s < 0) return KX_FAIL(s);
+  return SetStatus(s);
+}

@@ -1,0 +1,211 @@
+// NTX family internals: the handle state, the page layout, the page cache,
+// the descent stack and the tree routines shared by the key operations.
+#pragma once
+
+#include <cstdint>
+#include <cstring>
+
+#include "kxcore.h"
+
+namespace rv::ntx {
+
+constexpr uint32_t kPage = 1024;
+constexpr int kHeaderCopy = 280;   // the meaningful header bytes kept in the state
+constexpr int kExprOffset = 22;
+constexpr int kExprSize = 256;
+constexpr int kUniqueOffset = 278;
+constexpr int kCacheCapacity = 10;  // room in the cache table
+constexpr int kPageBuffers = 3;     // buffers actually allocated
+constexpr int kMaxKeyLength = 100;
+constexpr int kNameSize = 261;
+
+// Cache entry flags.
+constexpr uint8_t kChanged = 0x02;
+constexpr uint8_t kLocked = 0x04;
+constexpr uint8_t kHolds = 0x20;
+
+// Little-endian field access.
+inline uint16_t Rd16(const uint8_t* p) { return uint16_t(p[0] | p[1] << 8); }
+inline uint32_t Rd32(const uint8_t* p) {
+  return uint32_t(p[0]) | uint32_t(p[1]) << 8 | uint32_t(p[2]) << 16 | uint32_t(p[3]) << 24;
+}
+inline void Wr16(uint8_t* p, uint16_t v) {
+  p[0] = uint8_t(v);
+  p[1] = uint8_t(v >> 8);
+}
+inline void Wr32(uint8_t* p, uint32_t v) {
+  p[0] = uint8_t(v);
+  p[1] = uint8_t(v >> 8);
+  p[2] = uint8_t(v >> 16);
+  p[3] = uint8_t(v >> 24);
+}
+
+// Maximum keys per page for a key length: ((1020 / (len + 10)) - 1), even.
+inline uint16_t MaxKeysFor(unsigned keyLength) {
+  unsigned m = 1020 / (keyLength + 10) - 1;
+  return uint16_t(m & ~1u);
+}
+// Depth of the descent stack for a half page H.
+inline int16_t StackDepthFor(unsigned half) {
+  int16_t d = 1;
+  int64_t p = 1;
+  if (half == 0) return 1;
+  while (p < 2147483647 / int64_t(half + 1)) {
+    p *= half;
+    ++d;
+  }
+  return d;
+}
+
+struct CacheEntry {
+  uint32_t offset;     // page file offset, 0 = empty
+  uint8_t* offsets;    // the page's offsets table (buffer + 2)
+  KXBLOCK block;       // the 1024-byte buffer
+  uint8_t* buffer;     // its locked address
+  uint8_t flags;
+};
+
+struct StackEntry {
+  uint32_t page;  // page file offset
+  int16_t pos;    // item position, or the child index taken at interior levels
+};
+
+struct NtxState {
+  FileState fs;             // file number and open flags (bit 0 read-only)
+  uint32_t fileLength;
+  uint8_t header[kHeaderCopy];
+  int8_t reserved;
+  KXBLOCK cacheBlock;
+  CacheEntry* cache;
+  KXBLOCK stackBlock;
+  StackEntry* stack;
+  uint32_t curRecord;       // record number of the current key, 0 = none
+  KXBLOCK keyBlock;
+  uint8_t* key;             // the current key, key length + 1 bytes
+  int16_t buffers;          // page buffers allocated
+  int16_t cacheCapacity;
+  int16_t inUse;            // cache entries holding a page
+  int16_t depth;            // current depth in the stack, -1 = none
+  uint16_t flush;           // every write is flushed
+  char name[kNameSize];
+  uint8_t headerChanged;    // bump the update counter at close
+  uint8_t spare;
+  // Derived from the header at open.
+  uint16_t keyLength;
+  uint16_t itemSize;
+  uint16_t maxKeys;
+  uint16_t half;
+  uint16_t decimals;
+  uint8_t unique;
+  int16_t stackCapacity;
+  // The page being worked on (cache entry 0).
+  uint8_t* page;
+  uint32_t pageOffset;
+};
+
+// ---- Header fields --------------------------------------------------------
+inline uint16_t Counter(const NtxState* st) { return Rd16(st->header + 2); }
+inline uint32_t Root(const NtxState* st) { return Rd32(st->header + 4); }
+inline uint32_t FreeHead(const NtxState* st) { return Rd32(st->header + 8); }
+inline const char* Expression(const NtxState* st) {
+  return reinterpret_cast<const char*>(st->header + kExprOffset);
+}
+inline bool ReadOnly(const NtxState* st) { return (st->fs.openFlags & 1) != 0; }
+
+// ---- Page layout ------------------------------------------------------------
+inline uint16_t Count(const uint8_t* pg) { return Rd16(pg); }
+inline void SetCount(uint8_t* pg, uint16_t n) { Wr16(pg, n); }
+inline uint16_t SlotOf(const uint8_t* pg, int pos) { return Rd16(pg + 2 + 2 * pos); }
+inline void SetSlot(uint8_t* pg, int pos, uint16_t off) { Wr16(pg + 2 + 2 * pos, off); }
+inline uint8_t* Item(uint8_t* pg, int pos) { return pg + SlotOf(pg, pos); }
+inline const uint8_t* Item(const uint8_t* pg, int pos) { return pg + SlotOf(pg, pos); }
+inline uint32_t ChildAt(const uint8_t* pg, int pos) { return Rd32(Item(pg, pos)); }
+inline uint32_t RecordAt(const uint8_t* pg, int pos) { return Rd32(Item(pg, pos) + 4); }
+inline const uint8_t* KeyAt(const uint8_t* pg, int pos) { return Item(pg, pos) + 8; }
+inline bool IsLeaf(const uint8_t* pg) { return ChildAt(pg, 0) == 0; }
+
+// Puts `item` (child, record, key) at position pos, taking the free slot
+// named by entry M; the entries from pos move up by one.
+inline void InsertItem(uint8_t* pg, int pos, const uint8_t* item, uint16_t maxKeys,
+                       uint16_t itemSize) {
+  uint16_t slot = SlotOf(pg, maxKeys);
+  std::memmove(pg + 2 + 2 * (pos + 1), pg + 2 + 2 * pos, size_t(2 * (maxKeys - pos)));
+  SetSlot(pg, pos, slot);
+  std::memcpy(pg + slot, item, itemSize);
+}
+// Takes position pos out of the order; its slot becomes entry M.
+inline void RemoveItem(uint8_t* pg, int pos, uint16_t maxKeys) {
+  uint16_t slot = SlotOf(pg, pos);
+  std::memmove(pg + 2 + 2 * pos, pg + 2 + 2 * (pos + 1), size_t(2 * (maxKeys - pos)));
+  SetSlot(pg, maxKeys, slot);
+}
+
+// Formats a page: no keys, offsets in slot order.
+void FormatPage(uint8_t* pg, uint16_t maxKeys, uint16_t itemSize);
+// Checks that a page read from the file can be used safely.
+bool PageSane(const NtxState* st, const uint8_t* pg);
+
+// ---- Page cache (cache.cpp) ----------------------------------------------
+// Makes the page at `offset` current (cache entry 0, st->page), reading it
+// when it is not cached. `raw` skips the layout check (free pages).
+int16_t PageGet(NtxState* st, uint32_t offset, bool raw = false);
+// Writes a cached page at once and frees its cache entry.
+int16_t PagePut(NtxState* st, uint32_t offset);
+// A new formatted current page, from the free list or the end of the file.
+int16_t PageAllocate(NtxState* st, uint32_t* offset);
+// Puts a cached page on the free list and writes the free head.
+int16_t PageFree(NtxState* st, uint32_t offset);
+// Marks a cached page as changed, so that reusing its buffer writes it.
+void MarkChanged(NtxState* st, uint32_t offset);
+// Forgets every cached page and the position: the one place where what was
+// learnt from the file is dropped. Pages are written by PagePut before this.
+void CacheReset(NtxState* st);
+// Re-reads header bytes 2..11 (counter, root, free head) and the file length.
+int16_t RefreshHeader(NtxState* st);
+// Writes header bytes [from, from + count) at once.
+int16_t WriteHeader(NtxState* st, int from, int count);
+
+// ---- Tree (search.cpp, step.cpp) ---------------------------------------------
+// Search statuses: 0 found, 2 empty, 3 nothing below, 4 positioned on the
+// greatest key below. Mode 2 also compares the record number.
+int16_t Search(NtxState* st, const uint8_t* key, int cmpLength, int mode, uint32_t record);
+// Steps: 0, or 3 when the end (or beginning) was passed; negative on failure.
+int16_t StepNext(NtxState* st);
+int16_t StepPrev(NtxState* st);
+// Climbs from a position past its page's keys to the next key; 3 at the end.
+int16_t ClimbNext(NtxState* st);
+// Pushes `page` and goes down its leftmost children to a leaf (position 0
+// everywhere), or down its rightmost children (interior positions n, the
+// leaf's position n - 1).
+int16_t DescendLeft(NtxState* st, uint32_t page);
+int16_t DescendRight(NtxState* st, uint32_t page);
+// Descents to the first and last key: 0, or 2 when the index is empty.
+int16_t GoTop(NtxState* st);
+int16_t GoBottom(NtxState* st);
+// The key and record number at the current position.
+int16_t CurrentItem(NtxState* st, const uint8_t** key, uint32_t* record);
+// Copies the key at the position to the current key and to the caller.
+int16_t TakeCurrent(NtxState* st, char* keyOut, uint32_t* recordOut);
+// Copies a caller's key into `dst` (key length bytes), blank-padded.
+// Returns the caller's own length (at most the key length).
+int CopyKey(const NtxState* st, uint8_t* dst, const char* key);
+
+// ---- Handle access (nlock.cpp) ----------------------------------------------
+void RegisterNtx();
+
+// ---- Entries for key making -----------------------------------------------
+struct KeyShape {
+  uint16_t keyLength;
+  uint16_t decimals;
+  const char* expression;  // upper-cased, no blanks
+};
+// The key length, decimals and expression of a locked index state.
+KeyShape ShapeOf(const NtxState* st);
+// Prints `value` with the "%0L.Dlf" key format into out (outSize bytes,
+// terminated); returns the length printed (snprintf's value).
+int FormatNumber(char* out, size_t outSize, double value, int length, int decimals);
+// The numeric key text of KXDCKNUM (negative numbers complemented), at most
+// the key length characters and a NUL in out.
+void NumericKey(char* out, double value, int length, int decimals);
+
+}  // namespace rv::ntx
