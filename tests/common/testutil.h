@@ -13,7 +13,9 @@
 #include <vector>
 
 #include <gtest/gtest.h>
-#if !defined(_WIN32)
+#if defined(_WIN32)
+#include <process.h>
+#else
 #include <sys/wait.h>
 #endif
 
@@ -77,16 +79,26 @@ inline uint16_t Le16(const std::vector<uint8_t>& b, size_t off) {
   return uint16_t(b[off] | b[off + 1] << 8);
 }
 
-// Runs the probe helper program with arguments and returns its exit code.
-inline int RunProbe(const std::string& args) {
-  std::string cmd = std::string("\"") + KXPROBE_PATH + "\" " + args;
-  int rc = std::system(cmd.c_str());
+// Runs a helper program with an argument string (already quoted as a
+// command line) and returns its exit code; -1 when it cannot be started.
+inline int RunProgram(const std::string& program, const std::string& args) {
 #if defined(_WIN32)
-  return rc;
+  // Started directly, without cmd.exe and its quoting rules: the C runtime
+  // joins the arguments with spaces into the child's command line.
+  const std::string quoted = "\"" + program + "\"";
+  const char* argv[] = {quoted.c_str(), args.c_str(), nullptr};
+  std::fflush(nullptr);
+  intptr_t rc = _spawnv(_P_WAIT, program.c_str(), argv);
+  return rc < 0 ? -1 : static_cast<int>(rc);
 #else
+  std::string cmd = "\"" + program + "\" " + args;
+  int rc = std::system(cmd.c_str());
   return WIFEXITED(rc) ? WEXITSTATUS(rc) : -1;
 #endif
 }
+
+// Runs the probe helper program with arguments and returns its exit code.
+inline int RunProbe(const std::string& args) { return RunProgram(KXPROBE_PATH, args); }
 
 // Sets an environment variable for this process (and children it starts).
 inline void SetEnv(const char* name, const char* value) {
