@@ -37,6 +37,37 @@
  * - Process context: a context belongs to the process that called KXDINIT.
  *   A child made by fork() is another process and must call KXDINIT itself;
  *   until it does, every export gives -59 in the child.
+ *
+ * Windows builds
+ * --------------
+ * - RVDB4XX.DLL (32-bit x86): every export is __stdcall (KXAPI) and is
+ *   exported under its plain name (KXDINIT, _KXMALLOC), no "@n" decoration;
+ *   the import library RVDB4XX.lib maps the decorated names that C callers
+ *   compiled with this header refer to onto those exports. A 64-bit DLL of
+ *   the same name uses the x64 calling convention. Both need only system
+ *   DLLs (KERNEL32, USER32, MSVCRT).
+ * - Files are Win32 handles (CreateFileA with FILE_FLAG_RANDOM_ACCESS, not
+ *   inheritable, critical-error dialogs off). Share modes and byte-range
+ *   locks are Windows' own (LockFile/UnlockFile); an unlock of a region not
+ *   held through that file number gives -38, as on POSIX.
+ * - Memory blocks: a block handle is the HGLOBAL (HLOCAL for the local
+ *   family) itself. Handles the engine did not hand out, or has freed, are
+ *   refused before they reach the allocator (-58 from _KXMLOCK, the status
+ *   unchanged from _KXMFREE), so a stale handle never frees a reused block.
+ * - Configuration: RVDB4XX_INI, when set, names the file (a relative name is
+ *   taken from the current directory); otherwise GetPrivateProfileIntA and
+ *   GetPrivateProfileStringA look for "RVDB4XX.INI" in the Windows
+ *   directory, as for any profile file.
+ * - Process context: contexts are keyed by GetCurrentProcessId(), because
+ *   GetCurrentProcess() returns the same pseudo-handle constant in every
+ *   process and could not tell two processes apart.
+ * - The date notice ("mauvaise Longueur") is a MessageBoxA with an OK
+ *   button, shown only on a desktop a user can see (the process's window
+ *   station is visible). With RVDB4XX_NOTICE=0 (the tests set it), in a
+ *   service or without a display, no box is shown: the text goes to the
+ *   debugger (OutputDebugStringA) and, unless RVDB4XX_NOTICE=0, to stderr.
+ *   Either way the conversion gives -15.
+ * - The error log is a text-mode C stream, so its lines end in CR LF.
  */
 #ifndef RVDB4XX_H
 #define RVDB4XX_H
