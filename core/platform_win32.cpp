@@ -506,15 +506,15 @@ void Notice(const char* text, const char* caption) {
   const char* c = caption ? caption : "";
   const char* mode = std::getenv("RVDB4XX_NOTICE");
   const bool quiet = mode && std::strcmp(mode, "0") == 0;
-  if (quiet || !InteractiveDesktop()) {
-    // No box: a debugger still sees the notice.
-    char line[512];
-    std::snprintf(line, sizeof line, "RVDB4XX: %s: %s\n", c, t);
-    OutputDebugStringA(line);
-    if (!quiet) std::fputs(line, stderr);
-    return;
-  }
-  MessageBoxA(nullptr, t, c, MB_OK);
+  // The box is shown only on a desktop a user can see; it returns 0 when it
+  // could not be shown at all (no display driver; Wine returns -1 then).
+  if (!quiet && InteractiveDesktop() && MessageBoxA(nullptr, t, c, MB_OK) > 0) return;
+  // No box: a debugger still sees the notice, and so does the console
+  // unless notices are switched off.
+  char line[512];
+  std::snprintf(line, sizeof line, "RVDB4XX: %s: %s\n", c, t);
+  OutputDebugStringA(line);
+  if (!quiet) std::fputs(line, stderr);
 }
 
 }  // namespace rv::plat
