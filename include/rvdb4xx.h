@@ -420,6 +420,71 @@ KXEXPORT int16_t KXAPI KXDDFNPUTS(int16_t handle, const char *name, const char *
 /* ---- end of DBF tables, records, fields -------------------------------- */
 
 /* ---- DBF locking, flush and pack ----------------------------------------- */
+/*
+ * Programs sharing a table coordinate through byte-range locks on the DBF
+ * file, at fixed offsets beyond any data (offset, length):
+ *   file lock                 0x7FFFFFFE, 1
+ *   full region               0x5FFFFFC0, 0x2000003F (up to 0x7FFFFFFE)
+ *   full region less file byte 0x5FFFFFC0, 0x2000003E
+ *   record area (reader test) 0x5FFFFFC0, 0x1FFFFFFF
+ *   reader slot s (3..64)     0x7FFFFFFF - s, 1
+ *   slots and file byte test  0x7FFFFFBF, 63
+ *   record r                  0x7FFFFFBF - r, 1
+ * A lock belongs to the handle that took it (two handles conflict, even in
+ * one process) and goes when the handle is closed or the program ends.
+ * The out flag (may be null) is 0 when the lock was taken and 100 when it
+ * was refused; a refusal is written to the error log but is not an error:
+ * the status is 0. Regions overlapping a lock this handle already holds are
+ * refused too (except that repeating a lock this handle holds succeeds).
+ * Every successful file lock (functions 1 to 4) re-reads the header, so
+ * the record count includes what other programs appended.
+ * KXDDINFO's lockOffset/lockLength give the region of the last file-level
+ * lock or unlock (record locks and the tests of function 5 leave it), and
+ * its lockState the file-level locks held: 0x01 function 1, 0x02 function 2,
+ * 0x04 function 3, 0x08 a reader slot.
+ */
+/* File locks. function 1 file lock; 2 full region; 3 full region less the
+   file byte; 4 shared reader lock (refused while any record is locked,
+   then the first free reader slot from 3 down to 64); 5 test only: flag 100
+   while any reader slot is held. 0; -13; -12 (other function); -19/-32/-2
+   (the header re-read failed; the lock is released again); an unlock code
+   of the test in functions 4 and 5. */
+KXEXPORT int16_t KXAPI KXDDLOCK(int16_t handle, uint16_t function, uint16_t *flag);
+/* Release: 1, 2, 3 as KXDDLOCK; 4 this handle's reader slot; any other
+   value the region of the last lock or unlock. Flag 0, or 100 on failure.
+   0; -13; -38 (that region is not locked through this handle). */
+KXEXPORT int16_t KXAPI KXDDUNLOCK(int16_t handle, uint16_t function, uint16_t *flag);
+/* Record locks. function 5 test (flag 100 when another handle holds the
+   record; a record this handle holds tests free); 6 unlock (recno 0: every
+   record this handle holds, the last locked first); 7 lock (a record held
+   already stays held, listed once). A handle lists at most 16,384 records:
+   past that, the record's byte is locked but the flag says 100. Other
+   functions do nothing and leave the flag alone. 0; -13; -12 (recno above
+   0x7FFFFFBF for 5 and 7); -38 (an unlock failed; function 6 releases the
+   others all the same). */
+KXEXPORT int16_t KXAPI KXDDRLOCK(int16_t handle, uint32_t recno, uint16_t function,
+                                 uint16_t *flag);
+/* Kept for older hosts: does nothing. 0. */
+KXEXPORT int16_t KXAPI KXDDHLOCK(int16_t handle);
+/* Every write already reaches the file: nothing to do, for any handle. 8. */
+KXEXPORT int16_t KXAPI KXDDFLUSH(int16_t handle);
+/* Remove the deleted records. The live records are copied into a temporary
+   table "<dir>N.DBF" (N the first of 0, 1, 2 ... not taken) created with the
+   table's fields and mode (and its production index flag), which ends
+   without the 0x1A mark; the old file becomes the backup (the name's last
+   extension replaced by ".BAK", or ".BAK" appended; an old backup is
+   erased); then the table is reopened with its mode + 0x600 (shared) and
+   *handle receives the new handle. The table must be lockable with
+   function 2 (this handle may hold that lock already; it must not hold
+   others). Until the renames nothing of the table changes: a failure
+   before them leaves it open under the same handle and removes the
+   temporary table. After a failure in the renames or the reopen *handle is
+   -1 (the table is then under its own name, or, if the second rename
+   failed and could not be undone, under the backup name). Memo and index
+   files are not touched. 0; -21; -13; -36 (read-only); -37 (another
+   program holds a lock); -14 (names too long, or a table whose name ends
+   in ".BAK"); -46, -1, -2, -5, -40 and the codes of KXDDCREATE/KXDDOPENX. */
+KXEXPORT int16_t KXAPI KXDDPACK(int16_t *handle);
 /* ---- end of DBF locking, flush and pack ---------------------------------- */
 
 /* ---- Dates and times ------------------------------------------------------- */
@@ -661,6 +726,15 @@ KXEXPORT int16_t KXAPI KXDCKDEL(int16_t handle, const char *key, uint32_t record
    bytes): an empty date gives eight blanks, byte 8 untouched, byte 9 NUL.
    0, -21, -12 (style), -15 (invalid date). */
 KXEXPORT int16_t KXAPI KXDCKDATE(char *key, const char *date, uint16_t style);
+/* Make the key of the table's current record by evaluating the index's key
+   expression: C values as they are, dates as "yyyymmdd" (an empty date as 8
+   blanks), numbers as "%0L.Dlf" text (negative numbers keep their minus sign,
+   unlike KXDCKNUM). KXDCKMAKE returns the key text in a block the library
+   owns, valid until the next KXDCKMAKE (null on failure); KXDCKMAKEH returns
+   the block itself, which the caller frees with _KXMFREE (all ones on
+   failure). 0, -7 (expression, or a value of another type), -13, -21. */
+KXEXPORT int16_t KXAPI KXDCKMAKE(int16_t table, int16_t index, char **key);
+KXEXPORT int16_t KXAPI KXDCKMAKEH(int16_t table, int16_t index, KXBLOCK *block);
 /* ---- end of NTX indexes ---------------------------------------------------- */
 
 #ifdef __cplusplus
