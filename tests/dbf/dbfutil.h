@@ -61,6 +61,6 @@ inline std::vector<uint8_t> RawTable(uint8_t version, const std::vector<RawField
 }
 
 // Runs a shell command; the peer programs must be installed.
-inline int Run(const std::string& cmd) { return std::system(cmd.c_str()); }
+inline int Shell(const std::string& cmd) { return std::system(cmd.c_str()); }
 
 }  // namespace dbftest
