@@ -13,6 +13,68 @@ static int check(const char *what, int16_t got, int16_t want) {
   return got == want ? 0 : 1;
 }
 
+/* A sample table: C, N, D and L fields in a scratch file, a few hundred
+   records appended, some read back by number, one marked deleted. */
+static int demo_table(void) {
+  static const char path[] = "rvdemo_people.dbf";
+  static const char *names[] = {"Ada", "Grace", "Alan", "Edsger", "Barbara", "Donald", "Niklaus"};
+  KXDBFFIELD fields[4];
+  int16_t h = -1;
+  uint32_t count = 0, recno = 0, i;
+  int bad = 0;
+  int32_t show[] = {1, 2, 3, 150, 299, 300};
+  size_t k;
+
+  printf("\nDBF table %s\n", path);
+  memset(fields, 0, sizeof fields);
+  strcpy(fields[0].name, "NAME");   fields[0].type = 'C'; fields[0].width = 12;
+  strcpy(fields[1].name, "SALARY"); fields[1].type = 'N'; fields[1].width = 9; fields[1].decimals = 2;
+  strcpy(fields[2].name, "BORN");   fields[2].type = 'D'; fields[2].width = 8;
+  strcpy(fields[3].name, "ACTIVE"); fields[3].type = 'L'; fields[3].width = 1;
+  bad |= check("KXDDCREATE(4 fields, mode 3)", KXDDCREATE(path, 4, fields, 3), 0);
+  bad |= check("KXDDOPENX", KXDDOPENX(&h, path, 3), 0);
+  bad |= check("KXCDSTYLE(4): dates as yyyymmdd", KXCDSTYLE(4), 0);
+  for (i = 1; i <= 300; ++i) {
+    char name[16], born[16];
+    double salary = 1000.0 + i * 12.25;
+    uint8_t active = (i % 3) ? 1 : 0;
+    snprintf(name, sizeof name, "%s %u", names[i % 7], (unsigned)i);
+    snprintf(born, sizeof born, "19%02u%02u%02u", 40 + i % 50, 1 + i % 12, 1 + i % 28);
+    KXDDRCLEAR(h);
+    KXDDFPUT(h, 0, name);
+    KXDDFPUT(h, 1, &salary);
+    KXDDFPUT(h, 2, born);
+    KXDDFPUT(h, 3, &active);
+    if (KXDDRPUT(h, &recno, 0) != 0) {
+      bad |= check("KXDDRPUT append", KXECODE(), 0);
+      break;
+    }
+  }
+  bad |= check("KXDDSIZE after 300 appends", KXDDSIZE(h, &count), 0);
+  printf("  %-44s %u\n", "records", (unsigned)count);
+  bad |= check("KXDDRDEL(150)", KXDDRDEL(h, 150), 0);
+  printf("\n  %-6s %-3s %-12s %10s %-10s %s\n", "recno", "del", "NAME", "SALARY", "BORN", "ACTIVE");
+  for (k = 0; k < sizeof show / sizeof show[0]; ++k) {
+    char name[16], born[16];
+    double salary = 0;
+    uint8_t active = 0;
+    int16_t s = KXDDRGET(h, show[k]);
+    KXDDFGET(h, 0, name);
+    KXDDFGET(h, 1, &salary);
+    KXDDFGET(h, 2, born);
+    KXDDFGET(h, 3, &active);
+    printf("  %-6d %-3s %-12s %10.2f %-10s %s\n", (int)show[k], s == KX_DELETED ? "*" : "",
+           name, salary, born, active == 1 ? "yes" : active == 0 ? "no" : "?");
+    if (s < 0) bad |= check("KXDDRGET", s, 0);
+  }
+  printf("\n");
+  bad |= check("KXDDRGET(301) is past the end", KXDDRGET(h, 301), KX_ERR_SEEK);
+  KXESCODE(0);
+  bad |= check("KXDDCLOSE", KXDDCLOSE(h), 0);
+  remove(path);
+  return bad;
+}
+
 int main(void) {
   int bad = 0;
   const int16_t handles = 100;
@@ -62,6 +124,8 @@ int main(void) {
     bad |= check("_KXMUNLOCK", _KXMUNLOCK(block), 0);
     bad |= check("_KXMFREE", _KXMFREE(block), 0);
   }
+
+  bad |= demo_table();
 
   KXDTERM();
   printf("\nKXDTERM done; KXECODE() now %d\n", KXECODE());
