@@ -83,7 +83,8 @@ if [ -n "$nonsys" ]; then
 fi
 echo "RVDB4XX.DLL (x86) needs only: $(tr '\n' ' ' <<<"$deps")"
 # The import library maps the header's decorated names to the exports.
-if ! i686-w64-mingw32-nm "$b32/bin/RVDB4XX.lib" | grep -q ' __imp__KXDINIT@8$'; then
+implib=$(i686-w64-mingw32-nm "$b32/bin/RVDB4XX.lib")
+if ! grep -q ' __imp__KXDINIT@8$' <<<"$implib"; then
   echo "FAIL: RVDB4XX.lib does not provide KXDINIT@8"
   exit 1
 fi
