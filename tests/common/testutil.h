@@ -97,6 +97,20 @@ inline int RunProgram(const std::string& program, const std::string& args) {
 #endif
 }
 
+// A field record for KXDDCREATE.
+inline KXDBFFIELD DbfField(const char* name, char type, uint16_t width, uint16_t decimals) {
+  KXDBFFIELD f{};
+  size_t n = 0;
+  while (name[n] && n + 1 < sizeof f.name) {
+    f.name[n] = name[n];
+    ++n;
+  }
+  f.type = uint16_t(type);
+  f.width = width;
+  f.decimals = decimals;
+  return f;
+}
+
 // Runs the probe helper program with arguments and returns its exit code.
 inline int RunProbe(const std::string& args) { return RunProgram(KXPROBE_PATH, args); }
 

@@ -10,22 +10,13 @@ using namespace testutil;
 
 namespace {
 
-KXDBFFIELD Field(const char* name, char type, uint16_t width, uint16_t dec) {
-  KXDBFFIELD f{};
-  std::memcpy(f.name, name, std::min(std::strlen(name), sizeof f.name - 1));
-  f.type = uint16_t(type);
-  f.width = width;
-  f.decimals = dec;
-  return f;
-}
-
 class Expr : public EngineTest {
  protected:
   void SetUp() override {
     EngineTest::SetUp();
-    KXDBFFIELD fields[] = {Field("LAST", 'C', 10, 0), Field("FIRST", 'C', 8, 0),
-                           Field("AMOUNT", 'N', 10, 2), Field("BIRTH", 'D', 8, 0),
-                           Field("FLAG", 'L', 1, 0), Field("ABCDEFGHIJ", 'C', 3, 0)};
+    KXDBFFIELD fields[] = {DbfField("LAST", 'C', 10, 0), DbfField("FIRST", 'C', 8, 0),
+                           DbfField("AMOUNT", 'N', 10, 2), DbfField("BIRTH", 'D', 8, 0),
+                           DbfField("FLAG", 'L', 1, 0), DbfField("ABCDEFGHIJ", 'C', 3, 0)};
     const std::string path = dir.file("people.dbf");
     ASSERT_EQ(KXDDCREATE(path.c_str(), 6, fields, 3), 0);
     ASSERT_EQ(KXDDOPENX(&table, path.c_str(), 3), 0);

@@ -11,21 +11,12 @@ using namespace testutil;
 
 namespace {
 
-KXDBFFIELD MakeField(const char* name, char type, uint16_t width, uint16_t dec) {
-  KXDBFFIELD f{};
-  std::memcpy(f.name, name, std::min(std::strlen(name), sizeof f.name - 1));
-  f.type = uint16_t(type);
-  f.width = width;
-  f.decimals = dec;
-  return f;
-}
-
 class KeyMake : public EngineTest {
  protected:
   void SetUp() override {
     EngineTest::SetUp();
-    KXDBFFIELD fields[] = {MakeField("NAME", 'C', 10, 0), MakeField("AMOUNT", 'N', 8, 2),
-                           MakeField("BORN", 'D', 8, 0), MakeField("FLAG", 'L', 1, 0)};
+    KXDBFFIELD fields[] = {DbfField("NAME", 'C', 10, 0), DbfField("AMOUNT", 'N', 8, 2),
+                           DbfField("BORN", 'D', 8, 0), DbfField("FLAG", 'L', 1, 0)};
     table_path = dir.file("t.dbf");
     ASSERT_EQ(KXDDCREATE(table_path.c_str(), 4, fields, 3), 0);
     ASSERT_EQ(KXDDOPENX(&table, table_path.c_str(), 3), 0);
