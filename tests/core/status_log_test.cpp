@@ -64,7 +64,8 @@ TEST_F(StatusLog, LogLinesAppendOnePerFailureWhileOn) {
   KXESCODE(0);
 
   std::string text = ReadText(log);
-  std::regex line(R"((core/[a-z]+\.cpp)\t(\d+)\t(-?\d+)\n)");
+  // Text-mode lines: "\r\n" on Windows.
+  std::regex line(R"((core/[a-z]+\.cpp)\t(\d+)\t(-?\d+)\r?\n)");
   std::vector<std::smatch> found;
   std::vector<std::string> modules, codes;
   for (std::sregex_iterator it(text.begin(), text.end(), line), end; it != end; ++it) {
