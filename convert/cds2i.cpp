@@ -15,14 +15,13 @@ constexpr size_t kMaxDateInput = 32;
 // integer conversion reads it: leading white space, a sign, leading digits.
 // Positions past the end of the copy read as the end of the string.
 int FieldValue(const char* copy, size_t copyLen, int pos, int len) {
-  char field[8] = {};
-  for (int i = 0; i < len && size_t(pos + i) < copyLen; ++i) field[i] = copy[pos + i];
-  const char* p = field;
-  while (*p == ' ' || (*p >= '\t' && *p <= '\r')) ++p;
+  size_t i = size_t(pos);
+  size_t end = i + size_t(len) < copyLen ? i + size_t(len) : copyLen;
+  while (i < end && (copy[i] == ' ' || (copy[i] >= '\t' && copy[i] <= '\r'))) ++i;
   bool negative = false;
-  if (*p == '+' || *p == '-') negative = *p++ == '-';
+  if (i < end && (copy[i] == '+' || copy[i] == '-')) negative = copy[i++] == '-';
   int value = 0;
-  while (*p >= '0' && *p <= '9') value = value * 10 + (*p++ - '0');
+  while (i < end && copy[i] >= '0' && copy[i] <= '9') value = value * 10 + (copy[i++] - '0');
   return negative ? -value : value;
 }
 
