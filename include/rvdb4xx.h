@@ -735,6 +735,22 @@ KXEXPORT int16_t KXAPI KXDCKDATE(char *key, const char *date, uint16_t style);
    failure). 0, -7 (expression, or a value of another type), -13, -21. */
 KXEXPORT int16_t KXAPI KXDCKMAKE(int16_t table, int16_t index, char **key);
 KXEXPORT int16_t KXAPI KXDCKMAKEH(int16_t table, int16_t index, KXBLOCK *block);
+/* Build a whole index from every record of the table (deleted ones too):
+   creates `name` as KXDCCREATE does, fills every page to the maximum and
+   leaves the index closed with its update counter bumped. The table is
+   locked (KXDDLOCK function 2) for the build and unlocked after it, unless
+   this handle already held that lock; the temporary file "stacks.tmp" is
+   made in the current directory and erased on every exit. A bare field
+   name reads the field's text (a numeric field of another width or decimals
+   than the key is printed again as "%0L.Dlf", negatives complemented over
+   the key length after the sign, so they end in "\"); any other expression
+   is made per record as KXDCKMAKE does, and the table's record buffer and
+   position are put back afterwards. On a failure the index file is left as
+   far as it was built. 0, -13, -21, -37 (table locked elsewhere), the codes
+   of KXDCCREATE, -46 (temporary file), -3, -1, -2, -4, -7 and key-making
+   failures. */
+KXEXPORT int16_t KXAPI KXDCINDEX(int16_t table, const char *name, uint16_t type,
+                                 char *expression, int16_t length, int16_t decimals);
 /* ---- end of NTX indexes ---------------------------------------------------- */
 
 #ifdef __cplusplus
