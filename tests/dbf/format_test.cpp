@@ -73,12 +73,12 @@ TEST_F(DbfFormat, ModeNineWritesAWholeTerminatorBlockAndIsRecognised) {
   ASSERT_EQ(KXDDOPENX(&h, path.c_str(), 1), 0);
   KXDBFINFO info{};
   ASSERT_EQ(KXDDINFO(h, &info), 0);
-  EXPECT_EQ(info.mode, 9);
-  EXPECT_EQ(info.memo, 1);
+  EXPECT_EQ(+info.mode, 9);
+  EXPECT_EQ(+info.memo, 1);
   KXRECINFO ri{};
   ASSERT_EQ(KXDDRINFO(h, &ri), 0);
-  EXPECT_EQ(ri.fieldCount, 3);
-  EXPECT_EQ(ri.recordLength, 23);
+  EXPECT_EQ(+ri.fieldCount, 3);
+  EXPECT_EQ(+ri.recordLength, 23);
   EXPECT_EQ(KXDDCLOSE(h), 0);
 }
 
@@ -109,9 +109,9 @@ TEST_F(DbfFormat, VersionBytesWidthsAndFlags) {
   ASSERT_EQ(KXDDFINFO(h, &widest, got), 0);
   EXPECT_EQ(widest, 300);
   EXPECT_STREQ(got[0].name, "TEXT");
-  EXPECT_EQ(got[0].type, 'C');
-  EXPECT_EQ(got[0].width, 300);
-  EXPECT_EQ(got[0].decimals, 1);  // the stored high byte
+  EXPECT_EQ(+got[0].type, 'C');
+  EXPECT_EQ(+got[0].width, 300);
+  EXPECT_EQ(+got[0].decimals, 1);  // the stored high byte
   EXPECT_EQ(KXDDCLOSE(h), 0);
   // 20 wide with 18 decimals is allowed in mode 2, not in mode 1.
   EXPECT_EQ(KXDDCREATE(dir.file("n2.dbf").c_str(), 2, wide + 0, 2), KX_ERR_FIELDLEN);  // C 300
@@ -127,10 +127,10 @@ TEST_F(DbfFormat, VersionBytesWidthsAndFlags) {
   ASSERT_EQ(KXDDOPENX(&h, dir.file("p.dbf").c_str(), 0x100 | 2), 0);
   KXDBFINFO info{};
   ASSERT_EQ(KXDDINFO(h, &info), 0);
-  EXPECT_EQ(info.prodIndex, 1);
-  EXPECT_EQ(info.flags & 1, 1);
-  EXPECT_EQ(info.mode, 2);
-  EXPECT_EQ(info.memo, 0);
+  EXPECT_EQ(+info.prodIndex, 1);
+  EXPECT_EQ(+info.flags & 1, 1);
+  EXPECT_EQ(+info.mode, 2);
+  EXPECT_EQ(+info.memo, 0);
   EXPECT_STREQ(info.path, dir.file("p.dbf").c_str());
   EXPECT_EQ(KXDDCLOSE(h), 0);
 }

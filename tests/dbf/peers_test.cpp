@@ -130,9 +130,9 @@ TEST_F(DbfPeers, EngineReadsTablesThePeersWrite) {
     const int widths[] = {10, 8, 8, 1}, decs[] = {0, 2, 0, 0};
     for (int i = 0; i < 4; ++i) {
       EXPECT_STREQ(fi[i].name, names[i]);
-      EXPECT_EQ(fi[i].type, types[i]);
-      EXPECT_EQ(fi[i].width, widths[i]);
-      EXPECT_EQ(fi[i].decimals, decs[i]);
+      EXPECT_EQ(+fi[i].type, types[i]);
+      EXPECT_EQ(+fi[i].width, widths[i]);
+      EXPECT_EQ(+fi[i].decimals, decs[i]);
     }
     uint32_t n = 0;
     ASSERT_EQ(KXDDSIZE(h, &n), 0);

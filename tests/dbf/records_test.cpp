@@ -153,12 +153,12 @@ TEST_F(DbfRecords, ReadRangeDeletionMarksAndStatus) {
   ASSERT_EQ(KXDDRCLEAR(h), 0);
   KXRECINFO ri{};
   ASSERT_EQ(KXDDRINFO(h, &ri), 0);
-  EXPECT_EQ(ri.recordLength, 12);
+  EXPECT_EQ(+ri.recordLength, 12);
   EXPECT_EQ(std::string(reinterpret_cast<char*>(ri.buffer.address), 12), std::string(12, ' '));
   EXPECT_EQ(ReadBytes(path)[129 + 12], '*');
   KXRECINFO rh{};
   ASSERT_EQ(KXDDRINFOH(h, &rh), 0);
-  EXPECT_EQ(rh.fieldCount, 3);
+  EXPECT_EQ(+rh.fieldCount, 3);
   void* addr = nullptr;
   ASSERT_EQ(_KXMLOCK(&addr, rh.buffer.block), 0);
   EXPECT_EQ(addr, static_cast<void*>(ri.buffer.address));
