@@ -74,14 +74,14 @@ int16_t Insert(NtxState* st, const char* key, uint32_t record) {
     KX_TRY(PageAllocate(st, &lowOff));
     uint8_t* low = st->page;
     for (int j = 0; j < H; ++j) std::memcpy(Item(low, j), tmp + j * size, size);
-    Wr32(Item(low, H), Rd32(tmp + H * size));
+    SetRightmost(low, H, Rd32(tmp + H * size), st->keyLength);
     SetCount(low, H);
     KX_TRY(PagePut(st, lowOff));
     KX_TRY(PageGet(st, off));
     pg = st->page;
     FormatPage(pg, M, size);
     for (int j = 0; j < H; ++j) std::memcpy(Item(pg, j), tmp + (H + 1 + j) * size, size);
-    Wr32(Item(pg, H), rightmost);
+    SetRightmost(pg, H, rightmost, st->keyLength);
     SetCount(pg, H);
     KX_TRY(PagePut(st, off));
     std::memcpy(carried, tmp + H * size, size);
@@ -94,7 +94,7 @@ int16_t Insert(NtxState* st, const char* key, uint32_t record) {
     uint32_t rootOff = 0;
     KX_TRY(PageAllocate(st, &rootOff));
     std::memcpy(Item(st->page, 0), carried, size);
-    Wr32(Item(st->page, 1), right);
+    SetRightmost(st->page, 1, right, st->keyLength);
     SetCount(st->page, 1);
     KX_TRY(PagePut(st, rootOff));
     Wr32(st->header + 4, rootOff);

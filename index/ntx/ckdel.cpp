@@ -81,7 +81,7 @@ int16_t Delete(NtxState* st, const char* key, uint32_t record) {
       // Separator, then every item of the right page, into the left page.
       std::memcpy(Item(lp, ln) + 4, Item(pp, sep) + 4, keyRec);
       for (int k = 0; k < rn; ++k) InsertItem(lp, ln + 1 + k, Item(rp, k), M, st->itemSize);
-      Wr32(Item(lp, ln + 1 + rn), ChildAt(rp, rn));
+      SetRightmost(lp, ln + 1 + rn, ChildAt(rp, rn), st->keyLength);
       SetCount(lp, uint16_t(ln + 1 + rn));
       KX_TRY(PagePut(st, leftOff));
       KX_TRY(PageFree(st, rightOff));
@@ -98,7 +98,7 @@ int16_t Delete(NtxState* st, const char* key, uint32_t record) {
     // Rotate one key through the parent.
     if (rightSibling) {
       std::memcpy(Item(pg, n) + 4, Item(pp, sep) + 4, keyRec);
-      Wr32(Item(pg, n + 1), ChildAt(sp, 0));
+      SetRightmost(pg, n + 1, ChildAt(sp, 0), st->keyLength);
       std::memcpy(Item(pp, sep) + 4, Item(sp, 0) + 4, keyRec);
       RemoveItem(sp, 0, M);
     } else {
@@ -107,6 +107,7 @@ int16_t Delete(NtxState* st, const char* key, uint32_t record) {
       std::memcpy(moved + 4, Item(pp, sep) + 4, keyRec);
       InsertItem(pg, 0, moved, M, st->itemSize);
       std::memcpy(Item(pp, sep) + 4, Item(sp, sn - 1) + 4, keyRec);
+      std::memset(Item(sp, sn - 1) + 4, 0, keyRec);  // now the rightmost slot
     }
     SetCount(pg, uint16_t(n + 1));
     SetCount(sp, uint16_t(sn - 1));

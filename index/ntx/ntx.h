@@ -140,6 +140,14 @@ inline void RemoveItem(uint8_t* pg, int pos, uint16_t maxKeys) {
   SetSlot(pg, maxKeys, slot);
 }
 
+// Sets the rightmost child pointer (position n); that slot's record number
+// and key are unused and kept zero, as readers of branch pages expect.
+inline void SetRightmost(uint8_t* pg, int n, uint32_t child, uint16_t keyLength) {
+  uint8_t* item = Item(pg, n);
+  Wr32(item, child);
+  std::memset(item + 4, 0, size_t(keyLength) + 4);
+}
+
 // Formats a page: no keys, offsets in slot order.
 void FormatPage(uint8_t* pg, uint16_t maxKeys, uint16_t itemSize);
 // Checks that a page read from the file can be used safely.
