@@ -13,6 +13,59 @@ static int check(const char *what, int16_t got, int16_t want) {
   return got == want ? 0 : 1;
 }
 
+/* An NTX index over the sample table's names, made key by key from the
+   records, searched, and walked in key order both ways. */
+static int demo_index(int16_t table, uint32_t records) {
+  static const char path[] = "rvdemo_name.ntx";
+  char expression[] = "NAME";
+  char key[40], seek[40];
+  int16_t ix = -1, s;
+  uint32_t recno, walked = 0;
+  int bad = 0, shown;
+
+  printf("\nNTX index %s on NAME\n", path);
+  bad |= check("KXDCCREATE('C', NAME, 12)", KXDCCREATE(path, 'C', expression, 12, 0), 0);
+  bad |= check("KXDCOPENX", KXDCOPENX(&ix, path, 0), 0);
+  for (recno = 1; recno <= records; ++recno) {
+    char *made = NULL;
+    if (KXDDRGET(table, (int32_t)recno) < 0 || KXDCKMAKE(table, ix, &made) != 0 ||
+        KXDCKADD(ix, made, recno) != 0) {
+      bad |= check("make and add a key", KXECODE(), 0);
+      break;
+    }
+  }
+  strcpy(seek, "Grace 1");
+  recno = 0;
+  s = KXDCKFIND(ix, seek, &recno, 1);
+  printf("  %-44s %6d: \"%s\" record %u\n", "KXDCKFIND(\"Grace 1\"), a prefix", s, seek, (unsigned)recno);
+  bad |= s == 0 ? 0 : 1;
+  strcpy(seek, "Zorro");
+  s = KXDCKFIND(ix, seek, &recno, 1);
+  printf("  %-44s %6d: \"%s\" record %u (the greatest below)\n", "KXDCKFIND(\"Zorro\")", s, seek, (unsigned)recno);
+
+  printf("\n  the table in key order, forwards\n");
+  shown = 0;
+  for (s = KXDCKTOP(ix, key, &recno); s == 0; s = KXDCKNEXT(ix, key, &recno)) {
+    if (shown++ < 6) printf("    %-14s record %u\n", key, (unsigned)recno);
+    ++walked;
+  }
+  printf("    ... %u keys (status %d at the end)\n", (unsigned)walked, s);
+  bad |= walked == records ? 0 : 1;
+  printf("  and backwards\n");
+  walked = 0;
+  shown = 0;
+  for (s = KXDCKBOT(ix, key, &recno); s == 0; s = KXDCKPREV(ix, key, &recno)) {
+    if (shown++ < 6) printf("    %-14s record %u\n", key, (unsigned)recno);
+    ++walked;
+  }
+  printf("    ... %u keys (status %d at the beginning)\n", (unsigned)walked, s);
+  bad |= walked == records ? 0 : 1;
+  KXESCODE(0);
+  bad |= check("KXDCCLOSE", KXDCCLOSE(ix), 0);
+  remove(path);
+  return bad;
+}
+
 /* A sample table: C, N, D and L fields in a scratch file, a few hundred
    records appended, some read back by number, one marked deleted. */
 static int demo_table(void) {
@@ -70,6 +123,7 @@ static int demo_table(void) {
   printf("\n");
   bad |= check("KXDDRGET(301) is past the end", KXDDRGET(h, 301), KX_ERR_SEEK);
   KXESCODE(0);
+  bad |= demo_index(h, count);
   bad |= check("KXDDCLOSE", KXDDCLOSE(h), 0);
   remove(path);
   return bad;
