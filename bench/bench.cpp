@@ -1,0 +1,358 @@
+// rvbench: times the engine's hot paths on a reproducible table and puts
+// each step next to a floor for the same work measured in the same run.
+//
+//   rvbench [N [scratch-directory]]     (N defaults to 1,000,000)
+//
+// Steps: a. append N records; b. bulk-build three indexes; c. 100,000 key
+// finds; d. a walk over the whole NAME index; e. 100,000 records appended
+// one at a time with their key made and added. Files live in a scratch
+// directory (created under the system's temporary directory unless given)
+// that is removed at the end.
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <cinttypes>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <map>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "rvdb4xx.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+const char* const kCities[33] = {
+    "AMSTERDAM", "ATHENS",    "BERLIN", "BRATISLAVA", "BRUSSELS",  "BUDAPEST",   "COPENHAGEN",
+    "DUBLIN",    "HELSINKI",  "LISBON", "LJUBLJANA",  "LONDON",    "LUXEMBOURG", "MADRID",
+    "MILAN",     "MUNICH",    "NAPLES", "OSLO",       "PARIS",     "PRAGUE",     "REYKJAVIK",
+    "RIGA",      "ROME",      "SAN MARINO", "SOFIA",  "STOCKHOLM", "TALLINN",    "VALLETTA",
+    "VIENNA",    "VILNIUS",   "WARSAW", "ZAGREB",     "ZURICH"};
+
+struct Person {
+  std::string name;  // 5..20 letters
+  int city;
+  double amount;
+  char born[9];      // yyyymmdd
+};
+
+// Civil date of a count of days since 1970-01-01.
+void CivilDate(int64_t z, char out[9]) {
+  z += 719468;
+  const int64_t era = (z >= 0 ? z : z - 146096) / 146097;
+  const int64_t doe = z - era * 146097;
+  const int64_t yoe = (doe - doe / 1460 + doe / 36524 - doe / 146096) / 365;
+  int64_t y = yoe + era * 400;
+  const int64_t doy = doe - (365 * yoe + yoe / 4 - yoe / 100);
+  const int64_t mp = (5 * doy + 2) / 153;
+  const int64_t d = doy - (153 * mp + 2) / 5 + 1;
+  const int64_t m = mp < 10 ? mp + 3 : mp - 9;
+  if (m <= 2) ++y;
+  std::snprintf(out, 9, "%04d%02d%02d", int(y), int(m), int(d));
+}
+
+std::vector<Person> MakePeople(uint32_t n) {
+  std::minstd_rand rng(1);
+  auto below = [&rng](uint32_t k) { return uint32_t(rng() % k); };
+  const int64_t day1950 = -7305;  // 1950-01-01 from 1970-01-01
+  std::vector<Person> people(n);
+  for (Person& p : people) {
+    const uint32_t len = 5 + below(16);
+    p.name.resize(len);
+    for (uint32_t i = 0; i < len; ++i) p.name[i] = char('A' + below(26));
+    p.city = int(below(33));
+    p.amount = double(int64_t(below(10000001)) - 5000000) / 100.0;
+    CivilDate(day1950 + below(22280), p.born);
+  }
+  return people;
+}
+
+double Now() {
+  using namespace std::chrono;
+  return duration<double>(steady_clock::now().time_since_epoch()).count();
+}
+
+[[noreturn]] void Die(const char* what, int status) {
+  std::fprintf(stderr, "rvbench: %s failed with status %d\n", what, status);
+  std::exit(1);
+}
+void Check(int16_t s, const char* what) {
+  if (s < 0) Die(what, s);
+}
+
+struct Row {
+  std::string step;
+  double seconds;
+  double floor;
+  std::string floorWhat;
+};
+std::vector<Row> g_rows;
+
+void Report(const std::string& step, double t, double floor, const std::string& what) {
+  g_rows.push_back({step, t, floor, what});
+  std::fprintf(stderr, "  %-32s %8.3f s\n", step.c_str(), t);
+}
+
+KXDBFFIELD Field(const char* name, char type, uint16_t width, uint16_t dec) {
+  KXDBFFIELD f{};
+  std::snprintf(f.name, sizeof f.name, "%s", name);
+  f.type = uint16_t(type);
+  f.width = width;
+  f.decimals = dec;
+  return f;
+}
+
+int16_t CreateTable(const std::string& path) {
+  KXDBFFIELD fields[] = {Field("NAME", 'C', 20, 0), Field("CITY", 'C', 15, 0),
+                         Field("AMOUNT", 'N', 12, 2), Field("BORN", 'D', 8, 0)};
+  Check(KXDDCREATE(path.c_str(), 4, fields, 3), "KXDDCREATE");
+  int16_t h = -1;
+  Check(KXDDOPENX(&h, path.c_str(), 0x403), "KXDDOPENX");
+  return h;
+}
+
+void PutPerson(int16_t h, const Person& p) {
+  Check(KXDDFPUT(h, 0, p.name.c_str()), "KXDDFPUT NAME");
+  Check(KXDDFPUT(h, 1, kCities[p.city]), "KXDDFPUT CITY");
+  Check(KXDDFPUT(h, 2, &p.amount), "KXDDFPUT AMOUNT");
+  Check(KXDDFPUT(h, 3, p.born), "KXDDFPUT BORN");
+}
+
+// The table's record as the file holds it.
+void RecordBytes(const Person& p, char* rec) {
+  std::memset(rec, ' ', 56);
+  std::memcpy(rec + 1, p.name.data(), p.name.size());
+  std::memcpy(rec + 21, kCities[p.city], std::strlen(kCities[p.city]));
+  char num[32];
+  std::snprintf(num, sizeof num, "%12.2f", p.amount);
+  std::memcpy(rec + 36, num, 12);
+  std::memcpy(rec + 48, p.born, 8);
+}
+
+// Floor of a: the table's bytes, made in memory, written with one write.
+double FloorAppend(const std::vector<Person>& people, const std::string& path) {
+  const size_t recLen = 56, headLen = 32 * 4 + 33;
+  std::vector<char> image(headLen + recLen * people.size() + 1, 0);
+  for (size_t i = 0; i < people.size(); ++i) RecordBytes(people[i], &image[headLen + i * recLen]);
+  image.back() = 0x1A;
+  const double t0 = Now();
+  FILE* f = std::fopen(path.c_str(), "wb");
+  if (!f) Die("fopen", -1);
+  std::fwrite(image.data(), 1, image.size(), f);
+  std::fclose(f);
+  return Now() - t0;
+}
+
+// Floor of b: the same sort entries (key, then the record number
+// big-endian) sorted with std::sort.
+template <size_t K>
+double FloorSort(const std::vector<std::string>& keys) {
+  std::vector<std::array<uint8_t, K + 4>> e(keys.size());
+  for (size_t i = 0; i < keys.size(); ++i) {
+    std::memcpy(e[i].data(), keys[i].data(), K);
+    const uint32_t r = uint32_t(i + 1);
+    e[i][K] = uint8_t(r >> 24);
+    e[i][K + 1] = uint8_t(r >> 16);
+    e[i][K + 2] = uint8_t(r >> 8);
+    e[i][K + 3] = uint8_t(r);
+  }
+  const double t0 = Now();
+  std::sort(e.begin(), e.end(),
+            [](const auto& a, const auto& b) { return std::memcmp(a.data(), b.data(), K + 4) < 0; });
+  const double t = Now() - t0;
+  if (e.size() > 1 && std::memcmp(e[0].data(), e[1].data(), K + 4) > 0) std::puts("");
+  return t;
+}
+
+std::string Padded(const std::string& s, size_t width) {
+  std::string t = s.substr(0, width);
+  t.resize(width, ' ');
+  return t;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  const uint32_t n = argc > 1 ? uint32_t(std::strtoul(argv[1], nullptr, 10)) : 1000000u;
+  if (n == 0) {
+    std::fprintf(stderr, "usage: rvbench [N [scratch-directory]]\n");
+    return 2;
+  }
+  fs::path scratch;
+  bool ownScratch = false;
+  if (argc > 2) {
+    scratch = argv[2];
+    fs::create_directories(scratch);
+  } else {
+    std::random_device rd;
+    scratch = fs::temp_directory_path() / ("rvbench_" + std::to_string(rd()));
+    fs::create_directory(scratch);
+    ownScratch = true;
+  }
+  const fs::path oldCwd = fs::current_path();
+  fs::current_path(scratch);  // the bulk build's temporary file goes here
+
+  std::fprintf(stderr, "rvbench: N = %u, files in %s\n", n, scratch.string().c_str());
+  const std::vector<Person> people = MakePeople(n);
+  if (KXDINIT(100, 4) != 0) Die("KXDINIT", -1);
+
+  // a. Append N records.
+  const int16_t table = CreateTable("people.dbf");
+  double t0 = Now();
+  for (uint32_t i = 0; i < n; ++i) {
+    PutPerson(table, people[i]);
+    uint32_t rec = 0;
+    Check(KXDDRPUT(table, &rec, 0), "KXDDRPUT");
+  }
+  const double tAppend = Now() - t0;
+  Report("a. append " + std::to_string(n), tAppend, FloorAppend(people, "floor.dbf"),
+         "same bytes, one fwrite");
+
+  // b. Bulk builds.
+  std::vector<std::string> nameKeys(n), amountKeys(n), bornKeys(n);
+  for (uint32_t i = 0; i < n; ++i) {
+    nameKeys[i] = Padded(people[i].name, 20);
+    char num[32];
+    std::snprintf(num, sizeof num, "%12.2f", people[i].amount);
+    amountKeys[i] = num;
+    bornKeys[i] = people[i].born;
+  }
+  struct Build {
+    const char* label;
+    const char* file;
+    char type;
+    const char* expr;
+    int16_t length, dec;
+    double floor;
+  } builds[] = {{"b. index NAME", "name.ntx", 'C', "NAME", 20, 0, FloorSort<20>(nameKeys)},
+                {"b. index AMOUNT", "amount.ntx", 'N', "AMOUNT", 12, 2, FloorSort<12>(amountKeys)},
+                {"b. index DTOS(BORN)", "born.ntx", 'C', "DTOS(BORN)", 8, 0, FloorSort<8>(bornKeys)}};
+  for (const Build& b : builds) {
+    char expr[64];
+    std::snprintf(expr, sizeof expr, "%s", b.expr);
+    t0 = Now();
+    Check(KXDCINDEX(table, b.file, uint16_t(b.type), expr, b.length, b.dec), "KXDCINDEX");
+    Report(b.label, Now() - t0, b.floor, "std::sort of the sort entries");
+  }
+
+  int16_t byName = -1;
+  Check(KXDCOPENX(&byName, "name.ntx", 0x400), "KXDCOPENX");
+
+  // c. 100,000 finds of existing names.
+  {
+    std::minstd_rand rng(2);
+    const uint32_t finds = 100000;
+    std::vector<std::string> wanted(finds);
+    for (auto& w : wanted) w = Padded(people[rng() % n].name, 20);
+    std::multimap<std::string, uint32_t> map;
+    for (uint32_t i = 0; i < n; ++i) map.emplace(nameKeys[i], i + 1);
+    char key[32];
+    uint32_t found = 0;
+    t0 = Now();
+    for (const auto& w : wanted) {
+      std::memcpy(key, w.c_str(), 21);
+      uint32_t rec = 0;
+      int16_t s = KXDCKFIND(byName, key, &rec, 1);
+      Check(s, "KXDCKFIND");
+      if (s == 0) ++found;
+    }
+    const double t = Now() - t0;
+    if (found != finds) Die("finding every name", int(found));
+    uint64_t sum = 0;
+    const double f0 = Now();
+    for (const auto& w : wanted) sum += map.find(w)->second;
+    const double floor = Now() - f0;
+    if (sum == 0) std::puts("");
+    Report("c. 100000 KXDCKFIND", t, floor, "std::multimap::find");
+  }
+
+  // d. Walk the NAME index from top to end.
+  {
+    char key[32];
+    uint32_t rec = 0, count = 0;
+    t0 = Now();
+    int16_t s = KXDCKTOP(byName, key, &rec);
+    while (s == 0) {
+      ++count;
+      s = KXDCKNEXT(byName, key, &rec);
+    }
+    const double t = Now() - t0;
+    Check(s, "KXDCKNEXT");
+    if (count != n) Die("walking every key", int(count));
+    std::multimap<std::string, uint32_t> map;
+    for (uint32_t i = 0; i < n; ++i) map.emplace(nameKeys[i], i + 1);
+    uint64_t sum = 0;
+    const double f0 = Now();
+    for (const auto& [k, r] : map) {
+      std::memcpy(key, k.c_str(), 21);
+      sum += r + uint8_t(key[3]);
+    }
+    const double floor = Now() - f0;
+    if (sum == 0) std::puts("");
+    Report("d. walk " + std::to_string(n) + " keys", t, floor, "std::multimap iteration");
+  }
+  Check(KXDCCLOSE(byName), "KXDCCLOSE");
+  Check(KXDDCLOSE(table), "KXDDCLOSE");
+
+  // e. One record at a time with its key.
+  {
+    const uint32_t m = std::min<uint32_t>(n, 100000);
+    const int16_t fresh = CreateTable("fresh.dbf");
+    char expr[] = "NAME";
+    Check(KXDCCREATE("fresh.ntx", 'C', expr, 20, 0), "KXDCCREATE");
+    int16_t idx = -1;
+    Check(KXDCOPENX(&idx, "fresh.ntx", 0x400), "KXDCOPENX");
+    t0 = Now();
+    for (uint32_t i = 0; i < m; ++i) {
+      PutPerson(fresh, people[i]);
+      uint32_t rec = 0;
+      Check(KXDDRPUT(fresh, &rec, 0), "KXDDRPUT");
+      char* key = nullptr;
+      Check(KXDCKMAKE(fresh, idx, &key), "KXDCKMAKE");
+      Check(KXDCKADD(idx, key, rec), "KXDCKADD");
+    }
+    const double t = Now() - t0;
+    Check(KXDCCLOSE(idx), "KXDCCLOSE");
+    Check(KXDDCLOSE(fresh), "KXDDCLOSE");
+    // Floor: the records written one fwrite each and the keys put in a map.
+    std::multimap<std::string, uint32_t> map;
+    FILE* f = std::fopen("floor_e.dbf", "wb");
+    if (!f) Die("fopen", -1);
+    char rec[56];
+    const double f0 = Now();
+    for (uint32_t i = 0; i < m; ++i) {
+      RecordBytes(people[i], rec);
+      std::fwrite(rec, 1, sizeof rec, f);
+      std::fflush(f);
+      map.emplace(nameKeys[i], i + 1);
+    }
+    const double floor = Now() - f0;
+    std::fclose(f);
+    Report("e. add " + std::to_string(m) + " one by one", t, floor,
+           "fwrite+fflush per record, std::multimap insert");
+  }
+  KXDTERM();
+
+  std::printf("\nRVDB4XX benchmark, N = %u\n\n", n);
+  std::printf("| step | engine (s) | floor (s) | ratio | floor |\n");
+  std::printf("|---|---:|---:|---:|---|\n");
+  for (const Row& r : g_rows)
+    std::printf("| %s | %.3f | %.3f | %.1f | %s |\n", r.step.c_str(), r.seconds, r.floor,
+                r.floor > 0 ? r.seconds / r.floor : 0.0, r.floorWhat.c_str());
+
+  fs::current_path(oldCwd);
+  std::error_code ec;
+  if (ownScratch) {
+    fs::remove_all(scratch, ec);
+  } else {
+    for (const char* f : {"people.dbf", "floor.dbf", "name.ntx", "amount.ntx", "born.ntx", "fresh.dbf",
+                          "fresh.ntx", "floor_e.dbf"})
+      fs::remove(scratch / f, ec);
+  }
+  return 0;
+}
