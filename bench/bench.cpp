@@ -53,7 +53,10 @@ void CivilDate(int64_t z, char out[9]) {
   const int64_t d = doy - (153 * mp + 2) / 5 + 1;
   const int64_t m = mp < 10 ? mp + 3 : mp - 9;
   if (m <= 2) ++y;
-  std::snprintf(out, 9, "%04d%02d%02d", int(y), int(m), int(d));
+  char text[40];
+  std::snprintf(text, sizeof text, "%04d%02d%02d", int(y), int(m), int(d));
+  std::memcpy(out, text, 8);
+  out[8] = '\0';
 }
 
 std::vector<Person> MakePeople(uint32_t n) {

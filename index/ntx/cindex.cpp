@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "convert/dates.h"
 #include "dbf/dbf.h"
 #include "dbf/dlock.h"
 #include "ntx.h"
@@ -339,6 +340,7 @@ int16_t Merge(Sorter& so, TreeBuilder& tb, uint32_t recordCount) {
 struct KeySource {
   const dbf::Field* field = nullptr;  // a bare field name: its text directly
   bool reprint = false;               // a numeric field printed again
+  const dbf::Field* dtos = nullptr;   // DTOS( of a date field )
   uint16_t keyLength = 0;
   uint16_t decimals = 0;
 };
@@ -383,6 +385,29 @@ void DirectKey(const KeySource& ks, const uint8_t* rec, uint8_t* out) {
   PadKey(out, printed, L);
 }
 
+// DTOS( of a date field ) as key making evaluates it: the stored date read
+// in style 4 and written out in style 4, blanks for an empty date (a field
+// blank to the end of the record, or a blank date), failures as they are.
+int16_t DtosKey(const KeySource& ks, const uint8_t* rec, uint16_t recLen, uint8_t* out) {
+  const dbf::Field& f = *ks.dtos;
+  const uint8_t* p = rec + f.offset;
+  const uint8_t* end = rec + recLen;
+  while (p < end && *p == ' ') ++p;
+  char text[16] = "        ";
+  if (p < end) {
+    char stored[9];
+    const size_t n = f.width < 8 ? f.width : 8;
+    std::memcpy(stored, rec + f.offset, n);
+    stored[n] = '\0';
+    int16_t y = 0, m = 0, d = 0;
+    int16_t s = DateS2I(&y, &m, &d, stored, 4);
+    if (s < 0) return KX_FAIL(s);
+    if (s != KX_EMPTY) KX_TRY(DateI2S(text, 4, y, m, d));
+  }
+  PadKey(out, text, ks.keyLength);
+  return 0;
+}
+
 // ---- The build ---------------------------------------------------------------------
 
 struct Job {
@@ -413,6 +438,20 @@ int16_t MakeEntries(Job& job, Sorter& so, const KeySource& shape, const char* ex
       }
     }
   }
+  // DTOS( of a date field ) is made here as key making would make it, unless
+  // a user procedure could claim the name.
+  const size_t exprLen = std::strlen(expression);
+  if (!ks.field && g_work.procCount == 0 && exprLen > 6 && exprLen <= 16 &&
+      std::strncmp(expression, "DTOS(", 5) == 0 && expression[exprLen - 1] == ')') {
+    char inner[11] = {};
+    std::memcpy(inner, expression + 5, exprLen - 6);
+    for (int16_t i = 0; i < db->fieldCount; ++i) {
+      if (db->fields[i].type == 'D' && std::strncmp(db->fields[i].name, inner, 11) == 0) {
+        ks.dtos = &db->fields[i];
+        break;
+      }
+    }
+  }
   if (ks.field && (ks.field->type == 'N' || ks.field->type == 'F'))
     ks.reprint = ks.field->width != ks.keyLength || ks.field->decimals() != ks.decimals;
 
@@ -424,7 +463,8 @@ int16_t MakeEntries(Job& job, Sorter& so, const KeySource& shape, const char* ex
   // it held is put back afterwards.
   Block saved;
   const uint32_t savedPos = db->recPos;
-  if (!ks.field) {
+  const bool viaKeyMaking = !ks.field && !ks.dtos;
+  if (viaKeyMaking) {
     if (saved.Alloc(recLen) < 0) return KX_FAIL(KX_ERR_NOMEM);
     std::memcpy(saved.ptr, db->rec, recLen);
   }
@@ -451,6 +491,12 @@ int16_t MakeEntries(Job& job, Sorter& so, const KeySource& shape, const char* ex
       uint8_t* e = so.Slot();
       if (ks.field) {
         DirectKey(ks, rec, e);
+      } else if (ks.dtos) {
+        s = DtosKey(ks, rec, recLen, e);
+        if (s < 0) {
+          s = KX_FAIL(s);
+          break;
+        }
       } else {
         std::memcpy(db->rec, rec, recLen);
         db->recPos = first + i;
@@ -472,7 +518,7 @@ int16_t MakeEntries(Job& job, Sorter& so, const KeySource& shape, const char* ex
     }
     first += n;
   }
-  if (!ks.field) {
+  if (viaKeyMaking) {
     std::memcpy(db->rec, saved.ptr, recLen);
     db->recPos = savedPos;
   }
