@@ -1,7 +1,10 @@
 // rvbench: times the engine's hot paths on a reproducible table and puts
 // each step next to a floor for the same work measured in the same run.
 //
-//   rvbench [N [scratch-directory]]     (N defaults to 1,000,000)
+//   rvbench [N [scratch-directory [steps]]]   (N defaults to 1,000,000)
+//
+// `steps` picks steps by letter for profiling (default "abcde"; c and d
+// need b, and b needs a).
 //
 // Steps: a. append N records; b. bulk-build three indexes; c. 100,000 key
 // finds; d. a walk over the whole NAME index; e. 100,000 records appended
@@ -197,6 +200,8 @@ int main(int argc, char** argv) {
     fs::create_directory(scratch);
     ownScratch = true;
   }
+  const std::string steps = argc > 3 ? argv[3] : "abcde";
+  auto want = [&steps](char c) { return steps.find(c) != std::string::npos; };
   const fs::path oldCwd = fs::current_path();
   fs::current_path(scratch);  // the bulk build's temporary file goes here
 
@@ -204,19 +209,7 @@ int main(int argc, char** argv) {
   const std::vector<Person> people = MakePeople(n);
   if (KXDINIT(100, 4) != 0) Die("KXDINIT", -1);
 
-  // a. Append N records.
-  const int16_t table = CreateTable("people.dbf");
-  double t0 = Now();
-  for (uint32_t i = 0; i < n; ++i) {
-    PutPerson(table, people[i]);
-    uint32_t rec = 0;
-    Check(KXDDRPUT(table, &rec, 0), "KXDDRPUT");
-  }
-  const double tAppend = Now() - t0;
-  Report("a. append " + std::to_string(n), tAppend, FloorAppend(people, "floor.dbf"),
-         "same bytes, one fwrite");
-
-  // b. Bulk builds.
+  // Every record's keys, for the floors.
   std::vector<std::string> nameKeys(n), amountKeys(n), bornKeys(n);
   for (uint32_t i = 0; i < n; ++i) {
     nameKeys[i] = Padded(people[i].name, 20);
@@ -225,6 +218,21 @@ int main(int argc, char** argv) {
     amountKeys[i] = num;
     bornKeys[i] = people[i].born;
   }
+  // a. Append N records.
+  const int16_t table = CreateTable("people.dbf");
+  double t0 = Now();
+  if (want('a')) {
+  for (uint32_t i = 0; i < n; ++i) {
+    PutPerson(table, people[i]);
+    uint32_t rec = 0;
+    Check(KXDDRPUT(table, &rec, 0), "KXDDRPUT");
+  }
+  const double tAppend = Now() - t0;
+  Report("a. append " + std::to_string(n), tAppend, FloorAppend(people, "floor.dbf"),
+         "same bytes, one fwrite");
+  }
+  if (want('b')) {
+  // b. Bulk builds.
   struct Build {
     const char* label;
     const char* file;
@@ -243,11 +251,12 @@ int main(int argc, char** argv) {
     Report(b.label, Now() - t0, b.floor, "std::sort of the sort entries");
   }
 
+  }
   int16_t byName = -1;
-  Check(KXDCOPENX(&byName, "name.ntx", 0x400), "KXDCOPENX");
+  if (want('c') || want('d')) Check(KXDCOPENX(&byName, "name.ntx", 0x400), "KXDCOPENX");
 
   // c. 100,000 finds of existing names.
-  {
+  if (want('c')) {
     std::minstd_rand rng(2);
     const uint32_t finds = 100000;
     std::vector<std::string> wanted(finds);
@@ -275,7 +284,7 @@ int main(int argc, char** argv) {
   }
 
   // d. Walk the NAME index from top to end.
-  {
+  if (want('d')) {
     char key[32];
     uint32_t rec = 0, count = 0;
     t0 = Now();
@@ -299,11 +308,11 @@ int main(int argc, char** argv) {
     if (sum == 0) std::puts("");
     Report("d. walk " + std::to_string(n) + " keys", t, floor, "std::multimap iteration");
   }
-  Check(KXDCCLOSE(byName), "KXDCCLOSE");
+  if (byName >= 0) Check(KXDCCLOSE(byName), "KXDCCLOSE");
   Check(KXDDCLOSE(table), "KXDDCLOSE");
 
   // e. One record at a time with its key.
-  {
+  if (want('e')) {
     const uint32_t m = std::min<uint32_t>(n, 100000);
     const int16_t fresh = CreateTable("fresh.dbf");
     char expr[] = "NAME";

@@ -200,6 +200,8 @@ struct Sorter {
   int16_t tmp = 0;
   Block entries;
   Block refs;
+  Block spare;            // the radix sort's second array
+  Block histogram;        // its digit counts
   Block gather;           // sorted entries on their way to the file
 
   int16_t Init(uint32_t keyLength, uint32_t records, int16_t tmpFile) {
@@ -212,14 +214,18 @@ struct Sorter {
     for (;;) {
       uint64_t bytes = cap * entrySize;
       if (bytes < kMinSortBytes && cap < want) return KX_FAIL(KX_ERR_NOMEM);
-      if (entries.Alloc(uint32_t(bytes)) >= 0 && refs.Alloc(uint32_t(cap * sizeof(Ref))) >= 0) break;
+      if (entries.Alloc(uint32_t(bytes)) >= 0 && refs.Alloc(uint32_t(cap * sizeof(Ref))) >= 0 &&
+          spare.Alloc(uint32_t(cap * sizeof(Ref))) >= 0)
+        break;
       entries.Free();
       refs.Free();
+      spare.Free();
       SetStatus(0);  // the failed allocation was logged; a smaller one follows
       if (cap <= 1) return KX_FAIL(KX_ERR_NOMEM);
       cap /= 2;
     }
     capacity = uint32_t(cap);
+    if (histogram.Alloc(sizeof(uint32_t) * 65536) < 0) return KX_FAIL(KX_ERR_NOMEM);
     return 0;
   }
   uint8_t* Slot() { return entries.bytes() + size_t(count) * entrySize; }
@@ -227,22 +233,51 @@ struct Sorter {
     const Ref* r = static_cast<const Ref*>(refs.ptr);
     return entries.bytes() + size_t(r[i].index) * entrySize;
   }
+  // Sorts the buffer's entries into `refs`. The entries arrive in record
+  // order, so a stable sort by key alone leaves equal keys by record number:
+  // a radix sort over the first eight key bytes, then the few groups that
+  // share them ordered by the rest of the entry.
   void Sort() {
-    Ref* r = static_cast<Ref*>(refs.ptr);
+    Ref* a = static_cast<Ref*>(refs.ptr);
+    Ref* b = static_cast<Ref*>(spare.ptr);
+    uint32_t* counts = static_cast<uint32_t*>(histogram.ptr);
     const uint8_t* base = entries.bytes();
     const uint32_t size = entrySize;
-    const uint32_t head = size < 8 ? size : 8;
+    const uint32_t keyLength = size - 4;
+    const uint32_t head = keyLength < 8 ? keyLength : 8;
     for (uint32_t i = 0; i < count; ++i) {
       const uint8_t* e = base + size_t(i) * size;
       uint64_t p = 0;
-      for (uint32_t b = 0; b < 8; ++b) p = p << 8 | (b < head ? e[b] : 0);
-      r[i] = {p, i};
+      for (uint32_t k = 0; k < 8; ++k) p = p << 8 | (k < head ? e[k] : 0);
+      a[i] = {p, i};
     }
-    std::sort(r, r + count, [base, size, head](const Ref& a, const Ref& b) {
-      if (a.prefix != b.prefix) return a.prefix < b.prefix;
-      return std::memcmp(base + size_t(a.index) * size + head, base + size_t(b.index) * size + head,
-                         size - head) < 0;
-    });
+    for (int shift = 0; shift < 64; shift += 16) {
+      std::memset(counts, 0, sizeof(uint32_t) * 65536);
+      for (uint32_t i = 0; i < count; ++i) ++counts[(a[i].prefix >> shift) & 0xFFFF];
+      if (count == 0 || counts[(a[0].prefix >> shift) & 0xFFFF] == count) continue;
+      uint32_t sum = 0;
+      for (uint32_t d = 0; d < 65536; ++d) {
+        const uint32_t c = counts[d];
+        counts[d] = sum;
+        sum += c;
+      }
+      for (uint32_t i = 0; i < count; ++i) b[counts[(a[i].prefix >> shift) & 0xFFFF]++] = a[i];
+      std::swap(a, b);
+    }
+    if (a != refs.ptr) std::memcpy(refs.ptr, a, sizeof(Ref) * size_t(count));
+    a = static_cast<Ref*>(refs.ptr);
+    if (keyLength <= 8) return;
+    for (uint32_t i = 0; i < count;) {
+      uint32_t j = i + 1;
+      while (j < count && a[j].prefix == a[i].prefix) ++j;
+      if (j - i > 1) {
+        std::sort(a + i, a + j, [base, size](const Ref& x, const Ref& y) {
+          return std::memcmp(base + size_t(x.index) * size + 8, base + size_t(y.index) * size + 8,
+                             size - 8) < 0;
+        });
+      }
+      i = j;
+    }
   }
   // The buffer is full (or the records are done while runs exist): sort it
   // and append it to the temporary file as one run.
@@ -292,6 +327,7 @@ int16_t Merge(Sorter& so, TreeBuilder& tb, uint32_t recordCount) {
   if (uint64_t(shareEntries) * k * size > 0xFFFFFFFFull) return KX_FAIL(KX_ERR_NOMEM);
   so.entries.Free();
   so.refs.Free();
+  so.spare.Free();
   if (mergeBlock.Alloc(shareEntries * k * size) < 0) return KX_FAIL(KX_ERR_NOMEM);
   Run* runs = static_cast<Run*>(runBlock.ptr);
   uint32_t* heap = static_cast<uint32_t*>(heapBlock.ptr);
