@@ -201,12 +201,12 @@ TEST_F(NtxFormat, InfoExprAndKeyTexts) {
   ASSERT_EQ(KXDCINFO(h, &info), 0);
   EXPECT_EQ(sizeof(KXINDEXINFO), 375u);
   EXPECT_STREQ(info.fileName, p.c_str());
-  EXPECT_EQ(info.flags, 0xF0F1);  // read-only bit set, the caller's high bits kept
-  EXPECT_EQ(info.keyLength, 20);
-  EXPECT_EQ(info.keyType, '?');
-  EXPECT_EQ(info.options, 0x0180);
-  EXPECT_EQ(info.decimals, 0);
-  EXPECT_EQ(info.exprLength, 13);
+  EXPECT_EQ(+info.flags, 0xF0F1);  // read-only bit set, the caller's high bits kept
+  EXPECT_EQ(+info.keyLength, 20);
+  EXPECT_EQ(+info.keyType, '?');
+  EXPECT_EQ(+info.options, 0x0180);
+  EXPECT_EQ(+info.decimals, 0);
+  EXPECT_EQ(+info.exprLength, 13);
   EXPECT_STREQ(info.expression, "DESCEND(NAME)");
   char expr[256];
   ASSERT_EQ(KXDCEXPR(h, expr), 0);
@@ -226,8 +226,8 @@ TEST_F(NtxFormat, InfoExprAndKeyTexts) {
   ASSERT_EQ(KXDCOPENX(&h, p.c_str(), 0x400), 0);
   std::memset(&info, 0x55, sizeof info);
   ASSERT_EQ(KXDCINFO(h, &info), 0);
-  EXPECT_EQ(info.exprLength, 120);
-  EXPECT_EQ(info.options, 0);
+  EXPECT_EQ(+info.exprLength, 120);
+  EXPECT_EQ(+info.options, 0);
   EXPECT_EQ(info.flags & 7, 2);  // shared
   EXPECT_EQ(std::string(info.expression, 100), std::string(60, 'A') + "+" + std::string(39, 'B'));
   EXPECT_EQ(KXDCCLOSE(h), 0);

@@ -46,13 +46,14 @@ struct Walker {
     if (!isRoot && opt.minFill && n < half)
       return Fail("page below half full at " + std::to_string(off));
     std::vector<uint16_t> slots(maxKeys + 1);
-    std::set<uint16_t> distinct;
+    bool used[kPage] = {};
     for (int i = 0; i <= maxKeys; ++i) {
       slots[i] = U16(file, off + 2 + 2 * i);
       if (slots[i] < 2 * maxKeys + 4 || slots[i] + itemSize > kPage)
         return Fail("item offset outside the page at " + std::to_string(off));
-      if (!distinct.insert(slots[i]).second)
+      if (used[slots[i]]) 
         return Fail("two positions share an item slot at " + std::to_string(off));
+      used[slots[i]] = true;
     }
     auto child = [&](int i) { return U32(file, off + slots[i]); };
     bool leaf = child(0) == 0;
