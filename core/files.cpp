@@ -12,6 +12,11 @@ struct Entry {
   uint16_t next;
   uint16_t prev;
   plat::FileHandle handle;  // kBadFile when free
+  // A shared view of the file's first bytes, made on first use (View).
+  void* view;
+  uint32_t viewLength;
+  bool viewWritable;
+  intptr_t mapping;
 };
 
 KXBLOCK g_block = 0;
@@ -43,6 +48,14 @@ bool BadFile() {
   return false;
 }
 
+void DropView(Entry& e) {
+  if (e.view) plat::UnmapView(e.view, e.viewLength, e.mapping);
+  e.view = nullptr;
+  e.viewLength = 0;
+  e.viewWritable = false;
+  e.mapping = 0;
+}
+
 }  // namespace
 
 bool Setup(unsigned n, const char* /*ignored*/) {
@@ -54,8 +67,8 @@ bool Setup(unsigned n, const char* /*ignored*/) {
   if (MemAllocLocked(&g_block, &p, uint32_t((n + 2) * sizeof(Entry))) < 0) return false;
   g_table = static_cast<Entry*>(p);
   g_count = n;
-  g_table[0] = {uint16_t(n ? 2 : 0), 0, plat::FileHandle(n)};
-  g_table[1] = {0, 0, plat::kBadFile};
+  g_table[0] = {uint16_t(n ? 2 : 0), 0, plat::FileHandle(n), nullptr, 0, false, 0};
+  g_table[1] = {0, 0, plat::kBadFile, nullptr, 0, false, 0};
   for (unsigned i = 2; i < n + 2; ++i) {
     g_table[i].next = uint16_t(i + 1 < n + 2 ? i + 1 : 0);
     g_table[i].prev = uint16_t(i - 1);
@@ -104,6 +117,7 @@ bool Open(const char* path, uint16_t flags, int16_t* file) {
 bool Close(int16_t file) {
   plat::FileHandle h = HandleOf(file);
   if (h == plat::kBadFile) return BadFile();
+  DropView(g_table[file]);
   bool ok = Record(plat::Close(h));
   Entry& e = g_table[file];
   g_table[e.prev].next = e.next;
@@ -184,6 +198,9 @@ bool Unlock(int16_t file, uint32_t off, uint32_t len) {
 
 bool SetSize(int16_t file, uint32_t size) {
   plat::FileHandle h = HandleOf(file);
+  // Windows refuses to change the size of a mapped file: the view goes and
+  // is made again when next asked for.
+  if (h != plat::kBadFile) DropView(g_table[file]);
   uint64_t pos = 0;
   if (!Record(plat::Seek(h, int64_t(size), 0, &pos))) return false;
   return Record(plat::SetEnd(h));
@@ -196,6 +213,21 @@ bool Length(int16_t file, uint32_t* len) {
   if (!Record(plat::Length(HandleOf(file), &l))) return false;
   *len = static_cast<uint32_t>(l);
   return true;
+}
+
+void* View(int16_t file, uint32_t length, bool* writable) {
+  *writable = false;
+  plat::FileHandle h = HandleOf(file);
+  if (h == plat::kBadFile) return nullptr;
+  Entry& e = g_table[file];
+  if (e.view && e.viewLength < length) DropView(e);
+  if (!e.view) {
+    e.view = plat::MapView(h, length, &e.viewWritable, &e.mapping);
+    if (!e.view) return nullptr;
+    e.viewLength = length;
+  }
+  *writable = e.viewWritable;
+  return e.view;
 }
 
 uint32_t LastError() { return g_lastError; }

@@ -233,6 +233,9 @@ bool Unlock(int16_t file, uint32_t off, uint32_t len);
 bool SetSize(int16_t file, uint32_t size);
 bool Flush(int16_t file);
 bool Length(int16_t file, uint32_t* len);
+// The shared view of the file's first `length` bytes (see HView); nullptr
+// when there is none.
+void* View(int16_t file, uint32_t length, bool* writable);
 uint32_t LastError();
 // Number of platform write calls made so far (pieces of at most 4096 bytes).
 uint64_t PlatformWrites();
@@ -256,6 +259,13 @@ int16_t Hcreate(int16_t* file, const char* path);
 int16_t Herase(const char* path);
 int16_t HRENAME(const char* newPath, const char* oldPath);
 int16_t HEXIST(const char* path);
+// A shared mapping of the file's first `length` bytes (the file must be at
+// least that long), made on first use and dropped when the file is closed
+// or its size is set. Reads through it see other processes' writes at once
+// and cost no system call; stores through it (only when *writable) are in
+// the file at once. nullptr, without a status, when the file cannot be
+// mapped: the caller then reads and writes as usual.
+void* HView(int16_t file, uint32_t length, bool* writable);
 
 // ---- Small helpers ---------------------------------------------------------
 // Copies at most size-1 bytes and terminates.

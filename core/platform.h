@@ -57,6 +57,14 @@ bool SetEnd(FileHandle f);  // cut or extend the file at its position
 bool Length(FileHandle f, uint64_t* len);
 bool Lock(FileHandle f, uint32_t off, uint32_t len);
 bool Unlock(FileHandle f, uint32_t off, uint32_t len);
+// A shared view of the file's first `len` bytes; the file must already be at
+// least that long. The view shows what any process writes to the file at
+// once, and a store through a writable view is in the file at once (as a
+// write would be). *writable tells whether stores are allowed (only when the
+// handle may write). nullptr when the file cannot be mapped. `mapping` keeps
+// what UnmapView needs besides the address.
+void* MapView(FileHandle f, uint32_t len, bool* writable, intptr_t* mapping);
+void UnmapView(void* view, uint32_t len, intptr_t mapping);
 // Erase and rename report the C library's error number (errno values:
 // 2 no such file, 13 access denied) through CError().
 bool Erase(const char* path);

@@ -13,6 +13,7 @@
 #include <pthread.h>
 #include <string>
 #include <sys/file.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
@@ -194,6 +195,24 @@ bool Length(FileHandle f, uint64_t* len) {
   if (fstat(pf->fd, &st) != 0) return FailErrno();
   *len = static_cast<uint64_t>(st.st_size);
   return Ok();
+}
+
+void* MapView(FileHandle f, uint32_t len, bool* writable, intptr_t* mapping) {
+  *writable = false;
+  *mapping = 0;
+  PosixFile* pf = AsFile(f);
+  if (!pf || len == 0 || !pf->canRead) return nullptr;
+  struct stat st;
+  if (fstat(pf->fd, &st) != 0 || uint64_t(st.st_size) < len) return nullptr;
+  const bool write = pf->canWrite && pf->writableFd;
+  void* v = ::mmap(nullptr, len, PROT_READ | (write ? PROT_WRITE : 0), MAP_SHARED, pf->fd, 0);
+  if (v == MAP_FAILED) return nullptr;
+  *writable = write;
+  return v;
+}
+
+void UnmapView(void* view, uint32_t len, intptr_t) {
+  if (view) ::munmap(view, len);
 }
 
 bool Seek(FileHandle f, int64_t off, int origin, uint64_t* newPos) {

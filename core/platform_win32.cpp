@@ -276,6 +276,36 @@ bool Length(FileHandle f, uint64_t* len) {
   return Ok();
 }
 
+void* MapView(FileHandle f, uint32_t len, bool* writable, intptr_t* mapping) {
+  *writable = false;
+  *mapping = 0;
+  HANDLE h = AsHandle(f);
+  LARGE_INTEGER size;
+  if (!h || len == 0 || !GetFileSizeEx(h, &size) || uint64_t(size.QuadPart) < len) return nullptr;
+  // The mapping object is exactly `len` bytes, so that it never grows the
+  // file; a handle opened without write access gets a read-only view.
+  bool write = true;
+  HANDLE m = CreateFileMappingA(h, nullptr, PAGE_READWRITE, 0, len, nullptr);
+  if (!m) {
+    write = false;
+    m = CreateFileMappingA(h, nullptr, PAGE_READONLY, 0, len, nullptr);
+  }
+  if (!m) return nullptr;
+  void* v = MapViewOfFile(m, write ? FILE_MAP_WRITE : FILE_MAP_READ, 0, 0, len);
+  if (!v) {
+    CloseHandle(m);
+    return nullptr;
+  }
+  *writable = write;
+  *mapping = reinterpret_cast<intptr_t>(m);
+  return v;
+}
+
+void UnmapView(void* view, uint32_t, intptr_t mapping) {
+  if (view) UnmapViewOfFile(view);
+  if (mapping) CloseHandle(reinterpret_cast<HANDLE>(mapping));
+}
+
 bool Lock(FileHandle f, uint32_t off, uint32_t len) {
   HANDLE h = AsHandle(f);
   if (!h) return Fail(kErrBadHandle);
