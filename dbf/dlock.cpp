@@ -19,17 +19,18 @@ int16_t Unlock(DbfState* st, uint32_t off, uint32_t len) {
 
 namespace {
 
-// Takes one of the regions of functions 1 to 3.
+// Takes one of the regions of functions 1 to 3. A region this handle holds
+// already is refused like any other: the file layer cannot tell the two
+// apart, and after a quick close the handle's own record of its locks is
+// no longer true.
 int16_t LockRegion(DbfState* st, uint8_t held, uint32_t off, uint32_t len, uint16_t* flag) {
   *flag = kLockRefused;
-  if (!(st->lockState & held)) {
-    bool taken = false;
-    TryLock(st, off, len, &taken);
-    if (!taken) return 0;
-    st->lockState = uint8_t(st->lockState | held);
-    st->lockOffset = off;
-    st->lockLength = len;
-  }
+  bool taken = false;
+  TryLock(st, off, len, &taken);
+  if (!taken) return 0;
+  st->lockState = uint8_t(st->lockState | held);
+  st->lockOffset = off;
+  st->lockLength = len;
   // The record count other programs left behind.
   int16_t s = ReadHeader(st);
   if (s < 0) {
@@ -42,30 +43,32 @@ int16_t LockRegion(DbfState* st, uint8_t held, uint32_t off, uint32_t len, uint1
 }
 
 // Function 4: no writer may hold a record; then the first free reader slot.
+// A handle that holds a slot already is refused a second one.
 int16_t LockReader(DbfState* st, uint16_t* flag) {
   *flag = kLockRefused;
-  if (!(st->lockState & kHeldReader)) {
-    bool taken = false;
-    TryLock(st, kFullOff, kRecordAreaLen, &taken);
-    if (!taken) return 0;
-    KX_TRY(Unlock(st, kFullOff, kRecordAreaLen));
-    uint32_t off = kSlotTop - kFirstSlot;
+  if (st->lockState & kHeldReader) return 0;
+  bool taken = false;
+  TryLock(st, kFullOff, kRecordAreaLen, &taken);
+  if (!taken) return 0;
+  KX_TRY(Unlock(st, kFullOff, kRecordAreaLen));
+  uint32_t off = kSlotTop - kFirstSlot;
+  TryLock(st, off, 1, &taken);
+  while (!taken && off > kLowestSlotByte) {
+    --off;
     TryLock(st, off, 1, &taken);
-    while (!taken && off > kLowestSlotByte) {
-      --off;
-      TryLock(st, off, 1, &taken);
-    }
-    if (!taken) return 0;
-    st->readerSlot = uint16_t(kSlotTop - off);
-    st->lockState = uint8_t(st->lockState | kHeldReader);
-    st->lockOffset = off;
-    st->lockLength = 1;
   }
+  if (!taken) return 0;
+  st->readerSlot = uint16_t(kSlotTop - off);
+  st->lockState = uint8_t(st->lockState | kHeldReader);
+  st->lockOffset = off;
+  st->lockLength = 1;
   int16_t s = ReadHeader(st);
   if (s < 0) {
     SetStatus(0);
-    if (Unlock(st, kSlotTop - st->readerSlot, 1) == 0)
+    if (Unlock(st, off, 1) == 0) {
       st->lockState = uint8_t(st->lockState & ~kHeldReader);
+      st->readerSlot = 0;
+    }
     return KX_FAIL(s);
   }
   *flag = kLockTaken;

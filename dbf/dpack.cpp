@@ -171,16 +171,16 @@ extern "C" KXEXPORT int16_t KXAPI KXDDPACK(int16_t* handle) {
     if (ReadOnly(st)) return KX_FAIL(KX_ERR_READONLY);
 
     // No other program may hold any lock on the table while it is copied.
-    const bool ownLock = !(st->lockState & kHeldFull);
-    uint16_t flag = kLockTaken;
-    if (ownLock) {
-      KX_TRY(LockFunction(st, 2, &flag));
-      if (flag != kLockTaken) return KX_FAIL(KX_ERR_LOCK);
-    } else {
-      KX_TRY(ReadHeader(st));
+    // A full-region lock this handle took itself is given back and taken
+    // again (its record of holding it may be out of date).
+    if (st->lockState & kHeldFull) {
+      UnlockFunction(st, 2);
+      SetStatus(0);
     }
+    uint16_t flag = kLockTaken;
+    KX_TRY(LockFunction(st, 2, &flag));
+    if (flag != kLockTaken) return KX_FAIL(KX_ERR_LOCK);
     auto releaseLock = [&]() {
-      if (!ownLock) return;
       const int16_t keep = GetStatus();
       SetStatus(0);
       UnlockFunction(st, 2);  // a failure is logged there; the pack goes on

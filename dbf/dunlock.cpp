@@ -29,9 +29,13 @@ int16_t UnlockFunction(DbfState* st, uint16_t function) {
   const uint8_t held = HeldBit(st, off, len);
   st->lockOffset = off;
   st->lockLength = len;
-  KX_TRY(Unlock(st, off, len));
-  st->lockState = uint8_t(st->lockState & ~held);
-  if (held == kHeldReader) st->readerSlot = 0;
+  const int16_t s = Unlock(st, off, len);
+  // Released, or not held at all (-38: gone with a quick close, say).
+  if (s == 0 || s == KX_ERR_UNLOCK) {
+    st->lockState = uint8_t(st->lockState & ~held);
+    if (held == kHeldReader) st->readerSlot = 0;
+  }
+  if (s < 0) return KX_FAIL(s);
   return 0;
 }
 

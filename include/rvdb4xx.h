@@ -435,7 +435,9 @@ KXEXPORT int16_t KXAPI KXDDFNPUTS(int16_t handle, const char *name, const char *
  * The out flag (may be null) is 0 when the lock was taken and 100 when it
  * was refused; a refusal is written to the error log but is not an error:
  * the status is 0. Regions overlapping a lock this handle already holds are
- * refused too (except that repeating a lock this handle holds succeeds).
+ * refused too, a repeated lock of the same region included; only record
+ * locks remember what the handle holds (KXDDRLOCK). KXDQCLOSE drops every
+ * lock of the closed files: lock again after it.
  * Every successful file lock (functions 1 to 4) re-reads the header, so
  * the record count includes what other programs appended.
  * KXDDINFO's lockOffset/lockLength give the region of the last file-level
@@ -445,14 +447,16 @@ KXEXPORT int16_t KXAPI KXDDFNPUTS(int16_t handle, const char *name, const char *
  */
 /* File locks. function 1 file lock; 2 full region; 3 full region less the
    file byte; 4 shared reader lock (refused while any record is locked,
-   then the first free reader slot from 3 down to 64); 5 test only: flag 100
+   then the first free reader slot from 3 down to 64; one slot per handle);
+   5 test only: flag 100
    while any reader slot is held. 0; -13; -12 (other function); -19/-32/-2
    (the header re-read failed; the lock is released again); an unlock code
    of the test in functions 4 and 5. */
 KXEXPORT int16_t KXAPI KXDDLOCK(int16_t handle, uint16_t function, uint16_t *flag);
 /* Release: 1, 2, 3 as KXDDLOCK; 4 this handle's reader slot; any other
    value the region of the last lock or unlock. Flag 0, or 100 on failure.
-   0; -13; -38 (that region is not locked through this handle). */
+   0; -13; -38 (that region is not locked through this handle; the handle
+   then no longer counts it as held). */
 KXEXPORT int16_t KXAPI KXDDUNLOCK(int16_t handle, uint16_t function, uint16_t *flag);
 /* Record locks. function 5 test (flag 100 when another handle holds the
    record; a record this handle holds tests free); 6 unlock (recno 0: every
@@ -476,11 +480,14 @@ KXEXPORT int16_t KXAPI KXDDFLUSH(int16_t handle);
    erased); then the table is reopened with its mode + 0x600 (shared) and
    *handle receives the new handle. The table must be lockable with
    function 2 (this handle may hold that lock already; it must not hold
-   others). Until the renames nothing of the table changes: a failure
+   other locks of the table). Until the renames nothing of the table changes: a failure
    before them leaves it open under the same handle and removes the
    temporary table. After a failure in the renames or the reopen *handle is
    -1 (the table is then under its own name, or, if the second rename
-   failed and could not be undone, under the backup name). Memo and index
+   failed and could not be undone, under the backup name). On Windows an
+   open file cannot be renamed: while any other handle or program has the
+   table open the first rename fails (-40) and the table stays, closed,
+   under its name. Memo and index
    files are not touched. 0; -21; -13; -36 (read-only); -37 (another
    program holds a lock); -14 (names too long, or a table whose name ends
    in ".BAK"); -46, -1, -2, -5, -40 and the codes of KXDDCREATE/KXDDOPENX. */

@@ -69,7 +69,6 @@ inline void Kill(const Child& c) {
 // running after `seconds` (it is then killed).
 inline int Wait(Child& c, int seconds) {
   if (!c.id) return -1;
-  const auto end = Clock::now() + std::chrono::seconds(seconds);
 #if defined(_WIN32)
   HANDLE h = reinterpret_cast<HANDLE>(c.id);
   if (WaitForSingleObject(h, DWORD(seconds) * 1000) != WAIT_OBJECT_0) {
@@ -85,6 +84,7 @@ inline int Wait(Child& c, int seconds) {
   c.id = 0;
   return code == 9 ? -1 : int(code);
 #else
+  const auto end = Clock::now() + std::chrono::seconds(seconds);
   for (;;) {
     int status = 0;
     pid_t r = waitpid(pid_t(c.id), &status, WNOHANG);

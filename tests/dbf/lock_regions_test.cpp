@@ -99,10 +99,13 @@ TEST_F(DbfLocks, FileLockFunctionsTakeTheirRegions) {
     EXPECT_EQ(i.lockOffset, c.first);
     EXPECT_EQ(i.lockLength, c.last - c.first + 1);
     EXPECT_EQ(i.lockState, c.held);
-    // Asking again for a lock the handle holds is harmless.
+    // A second lock of the same region through the same handle is refused,
+    // as another program's would be; the first stays.
     flag = 55;
     EXPECT_EQ(KXDDLOCK(h, c.function, &flag), 0);
-    EXPECT_EQ(flag, 0);
+    EXPECT_EQ(flag, 100);
+    EXPECT_EQ(KXECODE(), 0);
+    EXPECT_FALSE(other.Free(c.last));
     flag = 55;
     ASSERT_EQ(KXDDUNLOCK(h, c.function, &flag), 0);
     EXPECT_EQ(flag, 0);
@@ -135,7 +138,7 @@ TEST_F(DbfLocks, RefusedLockIsLoggedButNotAnError) {
   KXESLOG(0, log);
   std::string text = ReadText(log);
   std::remove(log);
-  EXPECT_NE(text.find("\t-37\n"), std::string::npos) << text;
+  EXPECT_NE(text.find("\t-37"), std::string::npos) << text;
   EXPECT_EQ(Info(h).lockState, 0x04);
   // Function 3 holds the record area: the other program cannot lock a record.
   EXPECT_FALSE(other.Free(0x7FFFFFBF - 1));
@@ -187,6 +190,10 @@ TEST_F(DbfLocks, ReaderSlotsCountDownAndTheTestSeesThem) {
   ASSERT_EQ(KXDDLOCK(second, 4, &flag), 0);
   ASSERT_EQ(flag, 0);
   EXPECT_EQ(Info(second).lockOffset, 0x7FFFFFFBu);
+  // One slot per handle.
+  ASSERT_EQ(KXDDLOCK(second, 4, &flag), 0);
+  EXPECT_EQ(flag, 100);
+  EXPECT_TRUE(other.Free(0x7FFFFFFA));
   int16_t third = Open();
   EXPECT_EQ(KXDDLOCK(third, 5, &flag), 0);
   EXPECT_EQ(flag, 100);
@@ -332,6 +339,33 @@ TEST_F(DbfLocks, RecordListStopsAt16384) {
   ASSERT_EQ(KXDDCLOSE(h), 0);
   EXPECT_TRUE(other.Free(0x7FFFFFBF - 16385));
   EXPECT_TRUE(other.Free(0x7FFFFFFE));
+}
+
+// A quick close drops the file's locks; the handle can lock again after it,
+// and releasing what it no longer holds tells so once.
+TEST_F(DbfLocks, QuickCloseDropsLocks) {
+  uint16_t flag = 55;
+  ASSERT_EQ(KXDDLOCK(h, 1, &flag), 0);
+  ASSERT_EQ(flag, 0);
+  ASSERT_EQ(KXDDLOCK(h, 4, &flag), 0);
+  ASSERT_EQ(flag, 0);
+  ASSERT_EQ(KXDQCLOSE(), 0);
+  Other other(path);
+  EXPECT_TRUE(other.Free(0x7FFFFFFC));
+  ASSERT_TRUE(other.Lock(0x7FFFFFFE, 1));
+  EXPECT_EQ(KXDDLOCK(h, 1, &flag), 0);  // reopens, and sees the other's lock
+  EXPECT_EQ(flag, 100);
+  EXPECT_TRUE(other.Unlock(0x7FFFFFFE, 1));
+  EXPECT_EQ(KXDDLOCK(h, 1, &flag), 0);
+  EXPECT_EQ(flag, 0);
+  EXPECT_FALSE(other.Free(0x7FFFFFFE));
+  // The reader slot went with the close: releasing it says so, once.
+  EXPECT_EQ(KXDDUNLOCK(h, 4, &flag), KX_ERR_UNLOCK);
+  KXESCODE(0);
+  EXPECT_EQ(Info(h).lockState, 0x01);
+  ASSERT_EQ(KXDDLOCK(h, 4, &flag), 0);
+  EXPECT_EQ(flag, 0);
+  EXPECT_FALSE(other.Free(0x7FFFFFFC));
 }
 
 }  // namespace
