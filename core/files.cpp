@@ -198,9 +198,10 @@ bool Unlock(int16_t file, uint32_t off, uint32_t len) {
 
 bool SetSize(int16_t file, uint32_t size) {
   plat::FileHandle h = HandleOf(file);
-  // Windows refuses to change the size of a mapped file: the view goes and
-  // is made again when next asked for.
-  if (h != plat::kBadFile) DropView(g_table[file]);
+  // A view goes when the platform would refuse the new size with it, or when
+  // the file becomes shorter than the view; it is made again when asked for.
+  if (h != plat::kBadFile && (plat::kViewBlocksResize || size < g_table[file].viewLength))
+    DropView(g_table[file]);
   uint64_t pos = 0;
   if (!Record(plat::Seek(h, int64_t(size), 0, &pos))) return false;
   return Record(plat::SetEnd(h));

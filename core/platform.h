@@ -65,6 +65,13 @@ bool Unlock(FileHandle f, uint32_t off, uint32_t len);
 // what UnmapView needs besides the address.
 void* MapView(FileHandle f, uint32_t len, bool* writable, intptr_t* mapping);
 void UnmapView(void* view, uint32_t len, intptr_t mapping);
+// Windows refuses to change the size of a file while a view of it exists;
+// POSIX only needs the file to stay at least as long as the view.
+#if defined(_WIN32)
+constexpr bool kViewBlocksResize = true;
+#else
+constexpr bool kViewBlocksResize = false;
+#endif
 // Erase and rename report the C library's error number (errno values:
 // 2 no such file, 13 access denied) through CError().
 bool Erase(const char* path);

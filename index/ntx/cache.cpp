@@ -157,14 +157,62 @@ void CacheReset(NtxState* st) {
 }
 
 int16_t RefreshHeader(NtxState* st) {
+  st->kept = 0;
+  CacheReset(st);
   int16_t s = HreadAt(st->fs.file, 2, st->header + 2, 10);
   if (s < 0) return KX_FAIL(s);
   KX_TRY(Hlen(st->fs.file, &st->fileLength));
   return 0;
 }
 
+// Header bytes 0..11 through the shared view: the changing fields.
+constexpr uint32_t kHeaderView = 12;
+
+int16_t BeginCall(NtxState* st) {
+  uint8_t now[10];
+  bool writable = false;
+  const auto* view = static_cast<const uint8_t*>(HView(st->fs.file, kHeaderView, &writable));
+  if (view) {
+    std::memcpy(now, view + 2, sizeof now);
+  } else {
+    int16_t s = HreadAt(st->fs.file, 2, now, sizeof now);
+    if (s < 0) {
+      st->kept = 0;
+      CacheReset(st);
+      return KX_FAIL(s);
+    }
+  }
+  if (st->kept && std::memcmp(now, st->header + 2, sizeof now) == 0) return 0;
+  st->kept = 0;
+  CacheReset(st);
+  std::memcpy(st->header + 2, now, sizeof now);
+  KX_TRY(Hlen(st->fs.file, &st->fileLength));
+  return 0;
+}
+
+void EndCall(NtxState* st, int16_t status, bool keepPosition) {
+  bool clean = status >= 0;
+  for (int i = 0; clean && i < st->inUse; ++i)
+    if (st->cache[i].flags & kChanged) clean = false;
+  if (!clean) {
+    st->kept = 0;
+    CacheReset(st);
+    return;
+  }
+  st->kept = 1;
+  if (!keepPosition) st->depth = -1;
+}
+
 int16_t WriteHeader(NtxState* st, int from, int count) {
   if (ReadOnly(st)) return KX_FAIL(KX_ERR_READONLY);
+  // Through the shared view when it can take it: in the file at once.
+  bool writable = false;
+  auto* view = static_cast<uint8_t*>(HView(st->fs.file, kHeaderView, &writable));
+  if (view && writable && from >= 0 && uint32_t(from + count) <= kHeaderView) {
+    std::memcpy(view + from, st->header + from, size_t(count));
+    if (st->flush) KX_TRY(Hflush(st->fs.file));
+    return 0;
+  }
   int16_t s = HwriteAt(st->fs.file, uint32_t(from), st->header + from, uint32_t(count), st->flush != 0);
   if (s < 0) return KX_FAIL(s);
   return 0;

@@ -31,7 +31,7 @@ int16_t InsertionPoint(NtxState* st, int16_t found) {
 
 int16_t Insert(NtxState* st, const char* key, uint32_t record) {
   if (ReadOnly(st)) return KX_FAIL(KX_ERR_READONLY);
-  KX_TRY(RefreshHeader(st));
+  KX_TRY(BeginCall(st));
   const uint16_t M = st->maxKeys, H = st->half, size = st->itemSize;
   uint8_t carried[8 + kMaxKeyLength + 1];
   Wr32(carried, 0);
@@ -113,7 +113,7 @@ KXEXPORT int16_t KXAPI KXDCKADD(int16_t handle, const char* key, uint32_t record
   if (!key) return KX_FAIL(KX_ERR_NULL);
   auto* st = hs.state<NtxState>();
   int16_t s = Insert(st, key, record);
-  CacheReset(st);
+  EndCall(st, s, false);
   if (s < 0) return KX_FAIL(s);
   return SetStatus(0);
 }

@@ -7,7 +7,7 @@ using namespace rv::ntx;
 namespace {
 
 int16_t Run(NtxState* st, char* key, uint32_t* record) {
-  KX_TRY(RefreshHeader(st));
+  KX_TRY(BeginCall(st));
   int16_t s = GoBottom(st);
   if (s < 0) return KX_FAIL(s);
   if (s == KX_EMPTY) {
@@ -29,7 +29,7 @@ KXEXPORT int16_t KXAPI KXDCKBOT(int16_t handle, char* key, uint32_t* record) {
   if (!key || !record) return KX_FAIL(KX_ERR_NULL);
   auto* st = hs.state<NtxState>();
   int16_t s = Run(st, key, record);
-  CacheReset(st);
+  EndCall(st, s, true);
   if (s < 0) return KX_FAIL(s);
   return SetStatus(s);
 }

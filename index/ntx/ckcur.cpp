@@ -10,8 +10,9 @@ int16_t Run(NtxState* st, char* key, uint32_t* record) {
   key[0] = '\0';
   *record = 0;
   if (st->curRecord == 0) return KX_NOTFOUND;
-  KX_TRY(RefreshHeader(st));
-  int16_t s = Search(st, st->key, st->keyLength, 2, st->curRecord);
+  KX_TRY(BeginCall(st));
+  // A position kept from the last call is the current key itself.
+  int16_t s = st->depth >= 0 ? int16_t(0) : Search(st, st->key, st->keyLength, 2, st->curRecord);
   if (s < 0) return KX_FAIL(s);
   if (s == KX_EMPTY) {
     st->curRecord = 0;
@@ -36,7 +37,7 @@ KXEXPORT int16_t KXAPI KXDCKCUR(int16_t handle, char* key, uint32_t* record) {
   if (!key || !record) return KX_FAIL(KX_ERR_NULL);
   auto* st = hs.state<NtxState>();
   int16_t s = Run(st, key, record);
-  CacheReset(st);
+  EndCall(st, s, true);
   if (s < 0) return KX_FAIL(s);
   return SetStatus(s);
 }

@@ -9,7 +9,7 @@ namespace {
 
 int16_t Delete(NtxState* st, const char* key, uint32_t record) {
   if (ReadOnly(st)) return KX_FAIL(KX_ERR_READONLY);
-  KX_TRY(RefreshHeader(st));
+  KX_TRY(BeginCall(st));
   const uint16_t M = st->maxKeys, H = st->half;
   const size_t keyRec = size_t(st->keyLength) + 4;  // record number and key
   uint8_t want[kMaxKeyLength + 1];
@@ -130,7 +130,7 @@ KXEXPORT int16_t KXAPI KXDCKDEL(int16_t handle, const char* key, uint32_t record
   if (!key) return KX_FAIL(KX_ERR_NULL);
   auto* st = hs.state<NtxState>();
   int16_t s = Delete(st, key, record);
-  CacheReset(st);
+  EndCall(st, s, false);
   if (s < 0) return KX_FAIL(s);
   return SetStatus(s);
 }

@@ -7,7 +7,7 @@ using namespace rv::ntx;
 namespace {
 
 int16_t Run(NtxState* st, char* key, uint32_t* record, int mode) {
-  KX_TRY(RefreshHeader(st));
+  KX_TRY(BeginCall(st));
   uint8_t want[kMaxKeyLength + 1];
   int len = CopyKey(st, want, key);
   if (mode == 2) len = st->keyLength;
@@ -35,7 +35,7 @@ KXEXPORT int16_t KXAPI KXDCKFIND(int16_t handle, char* key, uint32_t* record, in
   if (!key || !record) return KX_FAIL(KX_ERR_NULL);
   auto* st = hs.state<NtxState>();
   int16_t s = Run(st, key, record, mode == 2 ? 2 : 1);
-  CacheReset(st);
+  EndCall(st, s, true);
   if (s < 0) return KX_FAIL(s);
   return SetStatus(s);
 }

@@ -7,14 +7,15 @@ using namespace rv::ntx;
 namespace {
 
 int16_t Run(NtxState* st, char* key, uint32_t* record) {
-  KX_TRY(RefreshHeader(st));
+  KX_TRY(BeginCall(st));
   int16_t s;
   if (st->curRecord == 0) {
     s = GoTop(st);
   } else {
     // Find the current key again; when it is gone the position is the
     // greatest key below it, and the step returns the key that followed it.
-    s = Search(st, st->key, st->keyLength, 2, st->curRecord);
+    // A position kept from the last call is the current key itself.
+    s = st->depth >= 0 ? int16_t(0) : Search(st, st->key, st->keyLength, 2, st->curRecord);
     if (s < 0) return KX_FAIL(s);
     if (s == KX_END) {
       s = GoTop(st);
@@ -56,7 +57,7 @@ KXEXPORT int16_t KXAPI KXDCKNEXT(int16_t handle, char* key, uint32_t* record) {
   if (!key || !record) return KX_FAIL(KX_ERR_NULL);
   auto* st = hs.state<NtxState>();
   int16_t s = Run(st, key, record);
-  CacheReset(st);
+  EndCall(st, s, true);
   if (s < 0) return KX_FAIL(s);
   return SetStatus(s);
 }

@@ -101,6 +101,9 @@ struct NtxState {
   // The page being worked on (cache entry 0).
   uint8_t* page;
   uint32_t pageOffset;
+  // The last call left its cached pages (and, for navigation, its position)
+  // valid for the header bytes 2..11 in the copy.
+  uint8_t kept;
 };
 
 // ---- Header fields --------------------------------------------------------
@@ -168,8 +171,20 @@ void MarkChanged(NtxState* st, uint32_t offset);
 // Forgets every cached page and the position: the one place where what was
 // learnt from the file is dropped. Pages are written by PagePut before this.
 void CacheReset(NtxState* st);
-// Re-reads header bytes 2..11 (counter, root, free head) and the file length.
+// Re-reads header bytes 2..11 (counter, root, free head) and the file length,
+// and forgets every cached page and the position.
 int16_t RefreshHeader(NtxState* st);
+// The start of every tree operation: header bytes 2..11 as the file holds
+// them now (through the shared view of the header, or read). When they are
+// those the last call left and that call kept its pages, the pages and the
+// position are still right (every writer changes the update counter with
+// every change) and are kept; otherwise they are dropped and the file length
+// is read again.
+int16_t BeginCall(NtxState* st);
+// The end of every tree operation: a failure, or a changed page still in
+// the cache, drops every cached page and the position; otherwise the pages
+// stay for the next call, and the position too when `keepPosition`.
+void EndCall(NtxState* st, int16_t status, bool keepPosition);
 // Writes header bytes [from, from + count) at once.
 int16_t WriteHeader(NtxState* st, int from, int count);
 
