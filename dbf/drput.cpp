@@ -23,7 +23,16 @@ int16_t WriteRecord(DbfState* st, uint32_t recno, bool append) {
   KX_TRY(HwriteAt(st->fs.file, off, st->io, recLen + mark, flush));
   uint8_t count[4];
   Put32(count, recno);
-  KX_TRY(HwriteAt(st->fs.file, 4, count, 4, flush));
+  // The count goes through the shared view of the header when there is one:
+  // in the file at once, without a system call.
+  bool writable = false;
+  auto* head = static_cast<uint8_t*>(HView(st->fs.file, 8, &writable));
+  if (head && writable) {
+    std::memcpy(head + 4, count, 4);
+    if (flush) KX_TRY(Hflush(st->fs.file));
+  } else {
+    KX_TRY(HwriteAt(st->fs.file, 4, count, 4, flush));
+  }
   Put32(st->header + 4, recno);
   return 0;
 }

@@ -573,20 +573,21 @@ int16_t Build(Job& job, const char* name, uint16_t type, char* expression, int16
               int16_t decimals) {
   // The table stays locked for the whole build; a lock this handle already
   // held is left to the host.
+  bool held = false;
   {
     HandleScope hs(job.table, KX_KIND_DBF);
     if (!hs.ok()) return KX_FAIL(hs.status());
-    job.locked = (hs.state<dbf::DbfState>()->lockState & dbf::kHeldFull) == 0;
+    held = (hs.state<dbf::DbfState>()->lockState & dbf::kHeldFull) != 0;
   }
-  uint16_t flag = dbf::kLockRefused;
-  int16_t s = KXDDLOCK(job.table, 2, &flag);
-  if (s < 0) {
-    job.locked = false;
-    return KX_FAIL(s);
-  }
-  if (flag != dbf::kLockTaken) {
-    job.locked = false;
-    return KX_FAIL(KX_ERR_LOCK);
+  int16_t s = 0;
+  if (held) {
+    // Locked by the host already: the record count as the file has it now.
+    KX_TRY(KXDDHGET(job.table));
+  } else {
+    uint16_t flag = dbf::kLockRefused;
+    KX_TRY(KXDDLOCK(job.table, 2, &flag));
+    if (flag != dbf::kLockTaken) return KX_FAIL(KX_ERR_LOCK);
+    job.locked = true;
   }
   KX_TRY(KXDCCREATE(name, type, expression, length, decimals));
   if (Hcreate(&job.tmp, kTempName) < 0) return KX_FAIL(KX_ERR_OPEN);
