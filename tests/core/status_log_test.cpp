@@ -88,7 +88,7 @@ TEST_F(StatusLog, StickyFailureIsLoggedByTheRefusingRoutine) {
   int16_t file = 0;
   EXPECT_EQ(rv::Hcreate(&file, dir.file("x").c_str()), -4);
   EXPECT_NE(ReadText(log).find("core/hcreate.cpp\t"), std::string::npos);
-  EXPECT_NE(ReadText(log).find("\t-4\n"), std::string::npos);
+  EXPECT_NE(ReadText(log).find("\t-4"), std::string::npos);
   KXESCODE(0);
   // Mode 1 with no record is refused; other modes reuse the earlier name.
   EXPECT_EQ(KXESLOG(1, nullptr), KX_ERR_NULL);
