@@ -45,11 +45,10 @@ void Normalise(NtxState* st) {
 
 void FreeBlocks(NtxState* st) {
   if (st->cache) {
-    for (int i = 0; i < kPageBuffers; ++i) {
-      void* p = st->cache[i].buffer;
-      MemRelease(&st->cache[i].block, &p);
-      st->cache[i].buffer = nullptr;
-    }
+    void* p = st->pagesLocked ? st->pagesAt : nullptr;
+    MemRelease(&st->pagesBlock, &p);
+    st->pagesLocked = 0;
+    for (int i = 0; i < kPageBuffers; ++i) st->cache[i].buffer = nullptr;
   }
   void* p = st->cache;
   MemRelease(&st->cacheBlock, &p);
@@ -90,12 +89,22 @@ int16_t OpenBody(NtxState* st, const char* name, uint16_t mode, int16_t h, bool*
   st->cache = static_cast<CacheEntry*>(p);
   st->cacheCapacity = kCacheCapacity;
   st->buffers = 0;
-  for (int i = 0; i < kPageBuffers; ++i) {
-    if (MemAllocLocked(&st->cache[i].block, &p, kPage) < 0) return KX_FAIL(KX_ERR_NOMEM);
-    st->cache[i].buffer = static_cast<uint8_t*>(p);
-    st->cache[i].offsets = st->cache[i].buffer + 2;
-    ++st->buffers;
+  // One block for every buffer; a smaller one when memory is short.
+  int count = kPageBuffers;
+  while (MemAllocLocked(&st->pagesBlock, &p, kPage * uint32_t(count)) < 0) {
+    if (count / 2 < kMinPageBuffers) return KX_FAIL(KX_ERR_NOMEM);
+    SetStatus(0);  // logged; a smaller block follows
+    count /= 2;
   }
+  for (int i = 0; i < count; ++i) {
+    st->cache[i].block = st->pagesBlock;
+    st->cache[i].slot = uint16_t(i);
+    st->cache[i].buffer = static_cast<uint8_t*>(p) + size_t(i) * kPage;
+    st->cache[i].offsets = st->cache[i].buffer + 2;
+  }
+  st->buffers = int16_t(count);
+  st->pagesAt = static_cast<uint8_t*>(p);
+  st->pagesLocked = 1;
   CacheReset(st);
   st->curRecord = 0;
   return st->fileLength % kPage != 0 ? int16_t(KX_SIZEWARN) : int16_t(0);

@@ -11,12 +11,10 @@ static void UnlockInner(HandleSlot& slot) {
   auto* st = static_cast<NtxState*>(slot.state);
   if (!st) return;
   if (st->cache) {
-    for (int i = 0; i < st->buffers; ++i) {
-      CacheEntry& e = st->cache[i];
-      if (e.buffer) MemUnlock(e.block);
-      e.buffer = nullptr;
-      e.offsets = nullptr;
-    }
+    // The entries keep their buffer addresses: the next lock sets them again
+    // only if the block has moved.
+    if (st->pagesLocked) MemUnlock(st->pagesBlock);
+    st->pagesLocked = 0;
     MemUnlock(st->cacheBlock);
   }
   if (st->stack) MemUnlock(st->stackBlock);
@@ -36,11 +34,18 @@ static int16_t LockInner(HandleSlot& slot) {
   st->stack = static_cast<StackEntry*>(p);
   if (MemLock(&p, st->keyBlock) < 0) goto fail;
   st->key = static_cast<uint8_t*>(p);
-  for (int i = 0; i < st->buffers; ++i) {
-    CacheEntry& e = st->cache[i];
-    if (MemLock(&p, e.block) < 0) goto fail;
-    e.buffer = static_cast<uint8_t*>(p);
-    e.offsets = e.buffer + 2;
+  // The buffers share one block; each entry keeps its own part of it.
+  if (st->buffers > 0) {
+    if (MemLock(&p, st->pagesBlock) < 0) goto fail;
+    st->pagesLocked = 1;
+    if (p != st->pagesAt) {
+      st->pagesAt = static_cast<uint8_t*>(p);
+      for (int i = 0; i < st->buffers; ++i) {
+        CacheEntry& e = st->cache[i];
+        e.buffer = st->pagesAt + size_t(e.slot) * kPage;
+        e.offsets = e.buffer + 2;
+      }
+    }
   }
   return 0;
 fail:

@@ -14,8 +14,11 @@ constexpr int kHeaderCopy = 280;   // the meaningful header bytes kept in the st
 constexpr int kExprOffset = 22;
 constexpr int kExprSize = 256;
 constexpr int kUniqueOffset = 278;
-constexpr int kCacheCapacity = 10;  // room in the cache table
-constexpr int kPageBuffers = 3;     // buffers actually allocated
+// Page buffers, all in one memory block (NtxState::pagesBlock): enough for
+// the upper levels of large trees to stay cached between calls.
+constexpr int kCacheCapacity = 64;  // room in the cache table
+constexpr int kPageBuffers = 64;    // buffers allocated when memory allows
+constexpr int kMinPageBuffers = 3;  // fewer than this and the open fails
 constexpr int kMaxKeyLength = 100;
 constexpr int kNameSize = 261;
 
@@ -60,9 +63,10 @@ inline int16_t StackDepthFor(unsigned half) {
 struct CacheEntry {
   uint32_t offset;     // page file offset, 0 = empty
   uint8_t* offsets;    // the page's offsets table (buffer + 2)
-  KXBLOCK block;       // the 1024-byte buffer
-  uint8_t* buffer;     // its locked address
+  KXBLOCK block;       // the block of every buffer (NtxState::pagesBlock)
+  uint8_t* buffer;     // this entry's 1024 bytes in it, while locked
   uint8_t flags;
+  uint16_t slot;       // which 1024 bytes of the block are this entry's
 };
 
 struct StackEntry {
@@ -104,6 +108,9 @@ struct NtxState {
   // The last call left its cached pages (and, for navigation, its position)
   // valid for the header bytes 2..11 in the copy.
   uint8_t kept;
+  KXBLOCK pagesBlock;       // every page buffer, kPage bytes each
+  uint8_t* pagesAt;         // the address the entries' buffers were set for
+  uint8_t pagesLocked;      // pagesBlock is locked for this call
 };
 
 // ---- Header fields --------------------------------------------------------
