@@ -737,7 +737,8 @@ KXEXPORT int16_t KXAPI KXDCKDATE(char *key, const char *date, uint16_t style);
    expression: C values as they are, dates as "yyyymmdd" (an empty date as 8
    blanks), numbers as "%0L.Dlf" text (negative numbers keep their minus sign,
    unlike KXDCKNUM). KXDCKMAKE returns the key text in a block the library
-   owns, valid until the next KXDCKMAKE (null on failure); KXDCKMAKEH returns
+   owns, valid until the next KXDCKMAKE or the close of that index (null on
+   failure); KXDCKMAKEH returns
    the block itself, which the caller frees with _KXMFREE (all ones on
    failure). 0, -7 (expression, or a value of another type), -13, -21. */
 KXEXPORT int16_t KXAPI KXDCKMAKE(int16_t table, int16_t index, char **key);

@@ -24,6 +24,7 @@ KXEXPORT int16_t KXAPI KXDCCLOSE(int16_t handle) {
   st->cache = nullptr;
   st->stack = nullptr;
   st->key = nullptr;
+  DropLastKey(handle);
   ReleaseSlot(handle);
   hs.release();
   return SetStatus(0);

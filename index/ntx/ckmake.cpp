@@ -12,6 +12,7 @@ namespace rv::ntx {
 namespace {
 
 KXBLOCK g_lastKey = 0;  // KXDCKMAKE's block, kept until its next call
+int16_t g_lastKeyIndex = -1;  // the index it was made for
 
 int16_t Resize(KXBLOCK* block, void** p, uint32_t size) {
   MemUnlock(*block);
@@ -78,6 +79,15 @@ int16_t MakeKey(int16_t table, int16_t index, KXBLOCK* out) {
 }
 
 }  // namespace
+
+void DropLastKey(int16_t index) {
+  if (g_lastKey && g_lastKeyIndex == index) {
+    MemFree(g_lastKey);
+    g_lastKey = 0;
+    g_lastKeyIndex = -1;
+  }
+}
+
 }  // namespace rv::ntx
 
 using namespace rv;
@@ -95,6 +105,7 @@ extern "C" KXEXPORT int16_t KXAPI KXDCKMAKE(int16_t table, int16_t index, char**
   }
   if (ntx::g_lastKey) MemFree(ntx::g_lastKey);
   ntx::g_lastKey = b;
+  ntx::g_lastKeyIndex = index;
   *key = static_cast<char*>(p);
   return SetStatus(0);
 }

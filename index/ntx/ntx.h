@@ -229,6 +229,9 @@ struct KeyShape {
   uint16_t decimals;
   const char* expression;  // upper-cased, no blanks
 };
+// Frees the key block KXDCKMAKE keeps when it was made for `index` (its
+// close: the block goes with the index).
+void DropLastKey(int16_t index);
 // The key length, decimals and expression of a locked index state.
 KeyShape ShapeOf(const NtxState* st);
 // Prints `value` with the "%0L.Dlf" key format into out (outSize bytes,
