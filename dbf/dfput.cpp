@@ -3,6 +3,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 
 #include "convert/dates.h"
 #include "dbf/dbf.h"
@@ -47,8 +48,53 @@ int16_t PutDate(DbfState* st, const Field& f, const char* text) {
   return 0;
 }
 
+// The text "%*.*lf" prints and the value it reads back as, made without
+// the C library when that is sure to give the same: the value times 10^dec
+// is rounded to an integer, unless it lies so near a half that the product's
+// own rounding could decide the side. False when the C library must do it.
+bool QuickNumber(double v, int width, int dec, char* out, double* back) {
+  static const double kPow10[16] = {1e0, 1e1, 1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
+                                    1e8, 1e9, 1e10, 1e11, 1e12, 1e13, 1e14, 1e15};
+  if (dec < 0 || dec > 15 || width > 40 || !(std::fabs(v) < 1e15)) return false;
+  const double scaled = std::fabs(v) * kPow10[dec];
+  if (!(scaled < 9007199254740992.0)) return false;  // 2^53: integers exact
+  const double whole = std::floor(scaled);
+  const double frac = scaled - whole;
+  if (std::fabs(frac - 0.5) <= scaled * 0x1p-51 + 0x1p-60) return false;
+  const uint64_t r = uint64_t(whole) + (frac > 0.5 ? 1 : 0);
+  char digits[24];
+  int n = 0;
+  for (uint64_t q = r; q > 0 || n <= dec; q /= 10) digits[n++] = char('0' + q % 10);
+  char text[48];
+  int t = 0;
+  if (std::signbit(v)) text[t++] = '-';
+  for (int i = n - 1; i >= 0; --i) {
+    text[t++] = digits[i];
+    if (i == dec && dec > 0) text[t++] = '.';
+  }
+  if (t > width) {
+    std::memcpy(out, text, size_t(t));
+    out[t] = '\0';
+  } else {
+    std::memset(out, ' ', size_t(width - t));
+    std::memcpy(out + (width - t), text, size_t(t));
+    out[width] = '\0';
+  }
+  const double q = double(r) / kPow10[dec];
+  *back = std::signbit(v) ? -q : q;
+  return true;
+}
+
 int16_t PutNumber(DbfState* st, const Field& f, double v) {
   if (!std::isfinite(v)) return KX_FAIL(KX_ERR_VALUE);
+  char quick[64];
+  double quickBack = 0;
+  if (QuickNumber(v, int(f.width), int(f.decimals()), quick, &quickBack)) {
+    if (int(std::strlen(quick)) > int(f.width)) return KX_FAIL(KX_ERR_VALUE);
+    if (quickBack > f.maxValue) return KX_FAIL(KX_ERR_VALUE);
+    std::memcpy(st->rec + f.offset, quick, f.width);
+    return quickBack != v ? KX_ROUNDED : 0;
+  }
   char buf[512];
   int n = std::snprintf(buf, sizeof buf, "%*.*lf", int(f.width), int(f.decimals()), v);
   if (n < 0 || n > int(f.width)) return KX_FAIL(KX_ERR_VALUE);
