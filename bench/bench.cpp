@@ -31,17 +31,17 @@ namespace fs = std::filesystem;
 namespace {
 
 const char* const kCities[33] = {
-    "AMSTERDAM", "ATHENS",    "BERLIN", "BRATISLAVA", "BRUSSELS",  "BUDAPEST",   "COPENHAGEN",
-    "DUBLIN",    "HELSINKI",  "LISBON", "LJUBLJANA",  "LONDON",    "LUXEMBOURG", "MADRID",
-    "MILAN",     "MUNICH",    "NAPLES", "OSLO",       "PARIS",     "PRAGUE",     "REYKJAVIK",
-    "RIGA",      "ROME",      "SAN MARINO", "SOFIA",  "STOCKHOLM", "TALLINN",    "VALLETTA",
-    "VIENNA",    "VILNIUS",   "WARSAW", "ZAGREB",     "ZURICH"};
+    "AMSTERDAM", "ATHENS",   "BERLIN",     "BRATISLAVA", "BRUSSELS",  "BUDAPEST",   "COPENHAGEN",
+    "DUBLIN",    "HELSINKI", "LISBON",     "LJUBLJANA",  "LONDON",    "LUXEMBOURG", "MADRID",
+    "MILAN",     "MUNICH",   "NAPLES",     "OSLO",       "PARIS",     "PRAGUE",     "REYKJAVIK",
+    "RIGA",      "ROME",     "SAN MARINO", "SOFIA",      "STOCKHOLM", "TALLINN",    "VALLETTA",
+    "VIENNA",    "VILNIUS",  "WARSAW",     "ZAGREB",     "ZURICH"};
 
 struct Person {
   std::string name;  // 5..20 letters
   int city;
   double amount;
-  char born[9];      // yyyymmdd
+  char born[9];  // yyyymmdd
 };
 
 // Civil date of a count of days since 1970-01-01.
@@ -168,8 +168,9 @@ double FloorSort(const std::vector<std::string>& keys) {
     e[i][K + 3] = uint8_t(r);
   }
   const double t0 = Now();
-  std::sort(e.begin(), e.end(),
-            [](const auto& a, const auto& b) { return std::memcmp(a.data(), b.data(), K + 4) < 0; });
+  std::sort(e.begin(), e.end(), [](const auto& a, const auto& b) {
+    return std::memcmp(a.data(), b.data(), K + 4) < 0;
+  });
   const double t = Now() - t0;
   if (e.size() > 1 && std::memcmp(e[0].data(), e[1].data(), K + 4) > 0) std::puts("");
   return t;
@@ -222,35 +223,35 @@ int main(int argc, char** argv) {
   const int16_t table = CreateTable("people.dbf");
   double t0 = Now();
   if (want('a')) {
-  for (uint32_t i = 0; i < n; ++i) {
-    PutPerson(table, people[i]);
-    uint32_t rec = 0;
-    Check(KXDDRPUT(table, &rec, 0), "KXDDRPUT");
-  }
-  const double tAppend = Now() - t0;
-  Report("a. append " + std::to_string(n), tAppend, FloorAppend(people, "floor.dbf"),
-         "same bytes, one fwrite");
+    for (uint32_t i = 0; i < n; ++i) {
+      PutPerson(table, people[i]);
+      uint32_t rec = 0;
+      Check(KXDDRPUT(table, &rec, 0), "KXDDRPUT");
+    }
+    const double tAppend = Now() - t0;
+    Report("a. append " + std::to_string(n), tAppend, FloorAppend(people, "floor.dbf"),
+           "same bytes, one fwrite");
   }
   if (want('b')) {
-  // b. Bulk builds.
-  struct Build {
-    const char* label;
-    const char* file;
-    char type;
-    const char* expr;
-    int16_t length, dec;
-    double floor;
-  } builds[] = {{"b. index NAME", "name.ntx", 'C', "NAME", 20, 0, FloorSort<20>(nameKeys)},
-                {"b. index AMOUNT", "amount.ntx", 'N', "AMOUNT", 12, 2, FloorSort<12>(amountKeys)},
-                {"b. index DTOS(BORN)", "born.ntx", 'C', "DTOS(BORN)", 8, 0, FloorSort<8>(bornKeys)}};
-  for (const Build& b : builds) {
-    char expr[64];
-    std::snprintf(expr, sizeof expr, "%s", b.expr);
-    t0 = Now();
-    Check(KXDCINDEX(table, b.file, uint16_t(b.type), expr, b.length, b.dec), "KXDCINDEX");
-    Report(b.label, Now() - t0, b.floor, "std::sort of the sort entries");
-  }
-
+    // b. Bulk builds.
+    struct Build {
+      const char* label;
+      const char* file;
+      char type;
+      const char* expr;
+      int16_t length, dec;
+      double floor;
+    } builds[] = {
+        {"b. index NAME", "name.ntx", 'C', "NAME", 20, 0, FloorSort<20>(nameKeys)},
+        {"b. index AMOUNT", "amount.ntx", 'N', "AMOUNT", 12, 2, FloorSort<12>(amountKeys)},
+        {"b. index DTOS(BORN)", "born.ntx", 'C', "DTOS(BORN)", 8, 0, FloorSort<8>(bornKeys)}};
+    for (const Build& b : builds) {
+      char expr[64];
+      std::snprintf(expr, sizeof expr, "%s", b.expr);
+      t0 = Now();
+      Check(KXDCINDEX(table, b.file, uint16_t(b.type), expr, b.length, b.dec), "KXDCINDEX");
+      Report(b.label, Now() - t0, b.floor, "std::sort of the sort entries");
+    }
   }
   int16_t byName = -1;
   if (want('c') || want('d')) Check(KXDCOPENX(&byName, "name.ntx", 0x400), "KXDCOPENX");
@@ -362,8 +363,8 @@ int main(int argc, char** argv) {
   if (ownScratch) {
     fs::remove_all(scratch, ec);
   } else {
-    for (const char* f : {"people.dbf", "floor.dbf", "name.ntx", "amount.ntx", "born.ntx", "fresh.dbf",
-                          "fresh.ntx", "floor_e.dbf"})
+    for (const char* f : {"people.dbf", "floor.dbf", "name.ntx", "amount.ntx", "born.ntx",
+                          "fresh.dbf", "fresh.ntx", "floor_e.dbf"})
       fs::remove(scratch / f, ec);
   }
   return 0;
