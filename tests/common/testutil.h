@@ -71,11 +71,44 @@ inline std::string ReadText(const std::string& path) {
   return std::string(std::istreambuf_iterator<char>(in), {});
 }
 
+// Writes bytes over a file's existing bytes at an offset, without truncating
+// it (a file another handle has mapped cannot be truncated on Windows).
+// False when the file cannot be opened for writing.
+inline bool PatchBytes(const std::string& path, size_t off, const std::vector<uint8_t>& bytes) {
+  std::fstream io(path, std::ios::binary | std::ios::in | std::ios::out);
+  if (!io) return false;
+  io.seekp(static_cast<std::streamoff>(off));
+  io.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+  io.flush();
+  return static_cast<bool>(io);
+}
+
+// The byte at `off` of a file; -1 (and a test failure) when the file is
+// shorter or cannot be read.
+inline int FileByte(const std::string& path, size_t off) {
+  std::vector<uint8_t> b = ReadBytes(path);
+  if (off >= b.size()) {
+    ADD_FAILURE() << path << ": " << b.size() << " bytes read, byte " << off << " wanted";
+    return -1;
+  }
+  return b[off];
+}
+
+// Little-endian numbers in a byte vector; a read past its end is a test
+// failure and gives 0.
 inline uint32_t Le32(const std::vector<uint8_t>& b, size_t off) {
+  if (off + 4 > b.size()) {
+    ADD_FAILURE() << b.size() << " bytes, 32-bit number wanted at " << off;
+    return 0;
+  }
   return uint32_t(b[off]) | uint32_t(b[off + 1]) << 8 | uint32_t(b[off + 2]) << 16 |
          uint32_t(b[off + 3]) << 24;
 }
 inline uint16_t Le16(const std::vector<uint8_t>& b, size_t off) {
+  if (off + 2 > b.size()) {
+    ADD_FAILURE() << b.size() << " bytes, 16-bit number wanted at " << off;
+    return 0;
+  }
   return uint16_t(b[off] | b[off + 1] << 8);
 }
 

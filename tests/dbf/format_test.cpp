@@ -89,7 +89,7 @@ TEST_F(DbfFormat, VersionBytesWidthsAndFlags) {
     KXDBFFIELD fl[] = {F("NOTE", 'm', 0)};
     std::string path = dir.file("m" + std::to_string(c.mode) + ".dbf");
     ASSERT_EQ(KXDDCREATE(path.c_str(), 1, fl, c.mode), 0);
-    EXPECT_EQ(ReadBytes(path)[0], c.version) << "mode " << c.mode;
+    EXPECT_EQ(FileByte(path, 0), c.version) << "mode " << c.mode;
     int16_t h = -1;
     ASSERT_EQ(KXDDOPENX(&h, path.c_str(), c.mode), 0) << "mode " << c.mode;
     EXPECT_EQ(KXDDCLOSE(h), 0);
@@ -99,6 +99,7 @@ TEST_F(DbfFormat, VersionBytesWidthsAndFlags) {
   std::string path = dir.file("wide.dbf");
   EXPECT_EQ(KXDDCREATE(path.c_str(), 1, wide, 6), 0);
   auto b = ReadBytes(path);
+  ASSERT_EQ(b.size(), 32u + 32 + 1 + 1);  // header, one descriptor, 0x0D, end mark
   EXPECT_EQ(b[32 + 16], 0x2C);
   EXPECT_EQ(b[32 + 17], 1);
   EXPECT_EQ(Le16(b, 10), 301);
@@ -123,7 +124,7 @@ TEST_F(DbfFormat, VersionBytesWidthsAndFlags) {
   // The production index flag.
   KXDBFFIELD one[] = {F("A", 'C', 1)};
   ASSERT_EQ(KXDDCREATE(dir.file("p.dbf").c_str(), 1, one, 0x200 | 2), 0);
-  EXPECT_EQ(ReadBytes(dir.file("p.dbf"))[28], 1);
+  EXPECT_EQ(FileByte(dir.file("p.dbf"), 28), 1);
   ASSERT_EQ(KXDDOPENX(&h, dir.file("p.dbf").c_str(), 0x100 | 2), 0);
   KXDBFINFO info{};
   ASSERT_EQ(KXDDINFO(h, &info), 0);

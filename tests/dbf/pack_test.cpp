@@ -72,11 +72,7 @@ class DbfPack : public EngineTest {
     for (uint32_t r : deleted) EXPECT_EQ(KXDDRDEL(x, r), 0);
     EXPECT_EQ(KXDDCLOSE(x), 0);
     // An old date, so that the one the pack writes shows.
-    auto b = ReadBytes(path);
-    b[1] = 90;
-    b[2] = 1;
-    b[3] = 2;
-    WriteBytes(path, b);
+    EXPECT_TRUE(PatchBytes(path, 1, {90, 1, 2}));
     return path;
   }
   int16_t Open(const std::string& path, uint16_t mode = kShared) {
@@ -95,6 +91,7 @@ class DbfPack : public EngineTest {
 TEST_F(DbfPack, RemovesDeletedRecordsAndKeepsABackup) {
   const std::string path = Make(dir.file("T.DBF"), 6, {2, 5});
   auto orig = ReadBytes(path);
+  ASSERT_EQ(orig.size(), 129u + 6 * 15 + 1);
   // Any byte but a blank marks a record deleted.
   orig[129 + 3 * 15] = 'X';
   WriteBytes(path, orig);
@@ -256,6 +253,10 @@ TEST_F(DbfPack, BackupAndTemporaryNames) {
 }
 
 TEST_F(DbfPack, PeerReadsThePackedTable) {
+#if defined(_WIN32)
+  // python3-dbf is a Debian program run through the POSIX shell: Linux only.
+  GTEST_SKIP() << "the peer program runs on Linux only";
+#endif
   if (Shell("/usr/bin/python3 -c 'import dbf' >/dev/null 2>&1") != 0) GTEST_SKIP() << "python3-dbf missing";
   const std::string path = Make(dir.file("peer.dbf"), 7, {1, 4, 7});
   int16_t h = Open(path);

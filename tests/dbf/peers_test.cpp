@@ -17,6 +17,12 @@ class DbfPeers : public EngineTest {
  protected:
   void SetUp() override {
     EngineTest::SetUp();
+#if defined(_WIN32)
+    // The peers are Debian programs run through the POSIX shell with POSIX
+    // paths; the Windows build has neither, so the exchange with them is
+    // checked on Linux only.
+    GTEST_SKIP() << "the peer programs run on Linux only";
+#endif
     ASSERT_EQ(Shell("/usr/bin/python3 -c 'import dbf' >/dev/null 2>&1"), 0)
         << "python3-dbf is not installed (Debian package python3-dbf; scripts/deps.sh installs it)";
     ASSERT_EQ(Shell("perl -MXBase -e 1 >/dev/null 2>&1"), 0)
@@ -67,7 +73,7 @@ TEST_F(DbfPeers, PeersReadTablesTheEngineWrites) {
   Append(h, "Zed", 99999.99, "99991231", 'n');
   ASSERT_EQ(KXDDRDEL(h, 2), 0);
   ASSERT_EQ(KXDDCLOSE(h), 0);
-  EXPECT_EQ(ReadBytes(path)[0], 0x83);
+  EXPECT_EQ(FileByte(path, 0), 0x83);
   const std::string want =
       "F|NAME|C|10|0\nF|AMT|N|8|2\nF|BORN|D|8|0\nF|OK|L|1|0\nF|NOTE|M|10|0\n"
       "R|0|Alice|12.50|20010203|T|\n"
@@ -195,7 +201,12 @@ std::vector<std::string> SplitCsv(const std::string& line) {
   return out;
 }
 
-TEST_F(DbfPeers, ReferenceTableReadsExactlyAsListed) {
+class DbfReference : public EngineTest {
+ protected:
+  int16_t h = -1;
+};
+
+TEST_F(DbfReference, ReferenceTableReadsExactlyAsListed) {
   std::string data = std::string(TEST_DATA_DIR) + "/dbf/";
   std::istringstream csv(ReadText(data + "people.records.csv"));
   std::string line;

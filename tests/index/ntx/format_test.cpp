@@ -130,6 +130,7 @@ TEST_F(NtxFormat, CreateArgumentChecks) {
 TEST_F(NtxFormat, OpenChecksHeader) {
   std::string good = Make("g.ntx", 'C', "NAME", 10);
   const auto fresh = ReadBytes(good);
+  ASSERT_EQ(fresh.size(), 2048u);
   int16_t h = 5;
   struct Case {
     size_t off;
@@ -162,6 +163,16 @@ TEST_F(NtxFormat, OpenChecksHeader) {
   Fails(-2);
   KXDCOPENX(&h, dir.file("missing.ntx").c_str(), 0);
   Fails(-46);
+  // An index open exclusively keeps every other open out, read-only or shared.
+  int16_t mine = -1;
+  ASSERT_EQ(KXDCOPENX(&mine, good.c_str(), 0), 0);
+  for (uint16_t mode : {uint16_t(0), uint16_t(0x400), uint16_t(0x100), uint16_t(0x500)}) {
+    h = 5;
+    EXPECT_EQ(KXDCOPENX(&h, good.c_str(), mode), -46) << mode;
+    EXPECT_EQ(h, -1);
+    Fails(-46);
+  }
+  EXPECT_EQ(KXDCCLOSE(mine), 0);
   KXDCOPENX(nullptr, good.c_str(), 0);
   Fails(-21);
   KXDCOPENX(&h, nullptr, 0);
@@ -267,10 +278,13 @@ TEST_F(NtxFormat, InfoExprAndKeyTexts) {
 TEST_F(NtxFormat, CounterAndQuickClose) {
   std::string p = Make("c.ntx", 'C', "NAME", 10);
   int16_t h = -1;
-  ASSERT_EQ(KXDCOPENX(&h, p.c_str(), 0), 0);
+  // Shared, so that the file's bytes can be read while it is open (on
+  // Windows an exclusive open keeps every other open out).
+  ASSERT_EQ(KXDCOPENX(&h, p.c_str(), 0x400), 0);
   ASSERT_EQ(KXDCKADD(h, "BETA", 2), 0);
   ASSERT_EQ(KXDCKADD(h, "ALPHA", 1), 0);
   auto b = ReadBytes(p);
+  ASSERT_EQ(b.size(), 2048u);
   EXPECT_EQ(Le16(b, 2), 3);  // one bump per change, written at once
   EXPECT_EQ(std::string(reinterpret_cast<const char*>(&b[1024 + Le16(b, 1026) + 8]), 10), "ALPHA     ");
   ASSERT_EQ(KXDQCLOSE(), 0);

@@ -129,6 +129,10 @@ TEST_F(NtxReference, NameKeysMatchTheTable) {
 
 // Perl's XBase::Index reads the keys of an index built here, in order.
 TEST_F(NtxReference, PerlReadsOurIndex) {
+#if defined(_WIN32)
+  // Perl's XBase is a Debian program run through the POSIX shell: Linux only.
+  GTEST_SKIP() << "the peer program runs on Linux only";
+#endif
   if (std::system("perl -MXBase::Index -e 1 >/dev/null 2>&1") != 0) GTEST_SKIP() << "no XBase::Index";
   const std::string path = dir.file("p.ntx");
   std::string e = "NAME";

@@ -20,15 +20,26 @@ std::string K(int i) {
   return b;
 }
 
-// Keys of the page at `off`, read through its offsets table.
+// Keys of the page at `off`, read through its offsets table; a page or an
+// item outside the bytes read is a test failure.
 std::vector<std::string> PageKeys(const std::vector<uint8_t>& b, uint32_t off) {
   std::vector<std::string> keys;
-  for (int i = 0; i < Le16(b, off); ++i)
-    keys.emplace_back(reinterpret_cast<const char*>(&b[off + Le16(b, off + 2 + 2 * i) + 8]), 10);
+  if (size_t(off) + 1024 > b.size()) {
+    ADD_FAILURE() << "page " << off << " past the end of " << b.size() << " bytes";
+    return keys;
+  }
+  for (int i = 0; i < Le16(b, off) && i < 100; ++i) {
+    const size_t item = off + Le16(b, off + 2 + 2 * size_t(i)) + 8;
+    if (item + 10 > b.size()) {
+      ADD_FAILURE() << "key " << i << " of page " << off << " past the end";
+      break;
+    }
+    keys.emplace_back(reinterpret_cast<const char*>(&b[item]), 10);
+  }
   return keys;
 }
 uint32_t PageChild(const std::vector<uint8_t>& b, uint32_t off, int pos) {
-  return Le32(b, off + Le16(b, off + 2 + 2 * pos));
+  return Le32(b, off + Le16(b, off + 2 + 2 * size_t(pos)));
 }
 std::vector<std::string> Range(int from, int to) {
   std::vector<std::string> v;
