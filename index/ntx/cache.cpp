@@ -192,7 +192,9 @@ int16_t BeginCall(NtxState* st) {
 
 void EndCall(NtxState* st, int16_t status, bool keepPosition) {
   bool clean = status >= 0;
-  for (int i = 0; clean && i < st->inUse; ++i)
+  // Only the operations that change the tree (which keep no position) can
+  // leave a changed page behind.
+  for (int i = 0; clean && !keepPosition && i < st->inUse; ++i)
     if (st->cache[i].flags & kChanged) clean = false;
   if (!clean) {
     st->kept = 0;
