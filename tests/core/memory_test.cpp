@@ -1,5 +1,6 @@
 // Movable memory blocks, as hosts use them.
 #include <cstring>
+#include <vector>
 
 #include "kxcore.h"
 #include "platform.h"
@@ -9,74 +10,61 @@ using namespace testutil;
 
 class Memory : public EngineTest {};
 
-TEST_F(Memory, ZeroBytesGiveAZeroedMarginBlock) {
+TEST_F(Memory, BlocksHaveAZeroedMarginAndCountedLocks) {
   KXBLOCK b = 0;
   ASSERT_EQ(_KXMALLOC(&b, 0), 0);
-  ASSERT_NE(b, KXBLOCK(0));
   EXPECT_EQ(rv::plat::MemSize(b, false), 128u);
-  unsigned char* p = nullptr;
-  ASSERT_EQ(_KXMLOCK(reinterpret_cast<void**>(&p), b), 0);
-  for (int i = 0; i < 128; ++i) ASSERT_EQ(p[i], 0) << i;
-  _KXMUNLOCK(b);
-  EXPECT_EQ(_KXMFREE(b), 0);
-}
-
-TEST_F(Memory, FreeUndoesOutstandingLocks) {
-  KXBLOCK b = 0;
-  ASSERT_EQ(_KXMALLOC(&b, 100), 0);
-  void* p1 = nullptr;
+  unsigned char* p1 = nullptr;
   void* p2 = nullptr;
-  ASSERT_EQ(_KXMLOCK(&p1, b), 0);
+  ASSERT_EQ(_KXMLOCK(reinterpret_cast<void**>(&p1), b), 0);
   ASSERT_EQ(_KXMLOCK(&p2, b), 0);
-  EXPECT_EQ(p1, p2);
+  EXPECT_EQ(p2, p1);
+  EXPECT_EQ(std::vector<uint8_t>(p1, p1 + 128), std::vector<uint8_t>(128, 0));
   EXPECT_EQ(rv::plat::MemFlags(b, false) & 0xFF, 2u);
-  EXPECT_EQ(_KXMFREE(b), 0);
+  EXPECT_EQ(_KXMFREE(b), 0);  // undoes both locks first
   EXPECT_EQ(KXECODE(), 0);
-  // The block is gone: locking it now fails instead of handing out memory.
   void* p3 = reinterpret_cast<void*>(1);
-  EXPECT_EQ(_KXMLOCK(&p3, b), KX_ERR_MEMLOCK);
+  EXPECT_EQ(_KXMLOCK(&p3, b), KX_ERR_MEMLOCK);  // gone: never handed out again
   EXPECT_EQ(p3, nullptr);
-  KXESCODE(0);
-  // Freeing it again is harmless and reports the current status.
   KXESCODE(3);
-  EXPECT_EQ(_KXMFREE(b), 3);
+  EXPECT_EQ(_KXMFREE(b), 3);  // freeing again reports the current status
   KXESCODE(0);
 }
 
-TEST_F(Memory, FailedReallocationKeepsTheOldBlock) {
+TEST_F(Memory, ReallocationKeepsContentsAndZeroesGrowth) {
   KXBLOCK b = 0;
   ASSERT_EQ(_KXMALLOC(&b, 16), 0);
   char* p = nullptr;
   ASSERT_EQ(_KXMLOCK(reinterpret_cast<void**>(&p), b), 0);
+  std::memset(p, 0xAA, 144);
   std::strcpy(p, "keep me");
   _KXMUNLOCK(b);
   KXBLOCK same = b;
-  EXPECT_EQ(_KXMRALLOC(&b, 0xFFFFFFF0u), KX_ERR_NOMEM);
+  EXPECT_EQ(_KXMRALLOC(&b, 0xFFFFFFF0u), KX_ERR_NOMEM);  // fails: the old block stays
   EXPECT_EQ(b, same);
   KXESCODE(0);
-  ASSERT_EQ(_KXMLOCK(reinterpret_cast<void**>(&p), b), 0);
-  EXPECT_STREQ(p, "keep me");
-  _KXMUNLOCK(b);
-  // A successful growth keeps the contents and zero-fills the rest.
+  // Shrink, then grow: the regrown bytes are zero, not the old 0xAA.
+  ASSERT_EQ(_KXMRALLOC(&b, 0), 0);
   ASSERT_EQ(_KXMRALLOC(&b, 5000), 0);
   ASSERT_EQ(_KXMLOCK(reinterpret_cast<void**>(&p), b), 0);
   EXPECT_STREQ(p, "keep me");
-  for (int i = 200; i < 5128; ++i) ASSERT_EQ(p[i], 0) << i;
+  for (int i = 128; i < 5128; ++i) ASSERT_EQ(p[i], 0) << i;
   EXPECT_EQ(KXMFREE(p), 0);  // freed by its address
   EXPECT_EQ(_KXMLOCK(reinterpret_cast<void**>(&p), b), KX_ERR_MEMLOCK);
   KXESCODE(0);
 }
 
-TEST_F(Memory, LocalBlocksWrapTo16Bits) {
+TEST_F(Memory, LocalBlocksWrapTo16BitsAndAreTheirOwnFamily) {
   KXBLOCK b = 0;
   ASSERT_EQ(rv::LocalAlloc(&b, 65500), 0);
   EXPECT_EQ(rv::plat::MemSize(b, true), 92u);
   ASSERT_EQ(rv::LocalRealloc(&b, 100), 0);
   EXPECT_EQ(rv::plat::MemSize(b, true), 228u);
-  // Local and global handles are not interchangeable.
   void* p = nullptr;
   EXPECT_EQ(_KXMLOCK(&p, b), KX_ERR_MEMLOCK);
   KXESCODE(0);
+  ASSERT_EQ(rv::LocalLock(&p, b), 0);
+  EXPECT_EQ(rv::plat::MemHandle(p), KXBLOCK(0));  // only global blocks are found
   EXPECT_EQ(rv::LocalFree(b), 0);
 }
 
@@ -89,7 +77,9 @@ TEST_F(Memory, BadArgumentsGiveStatuses) {
   EXPECT_EQ(_KXMALLOC(&b, 0xFFFFFFFFu), KX_ERR_NOMEM);
   EXPECT_EQ(b, KXBLOCK(0));
   KXESCODE(0);
-  for (KXBLOCK forged : {KXBLOCK(0), KXBLOCK(1), KXBLOCK(0x12345678), ~KXBLOCK(0)}) {
+  int onStack = 0;
+  for (KXBLOCK forged : {KXBLOCK(0), KXBLOCK(1), KXBLOCK(0x12345678), ~KXBLOCK(0),
+                         KXBLOCK(reinterpret_cast<uintptr_t>(&onStack))}) {
     void* p = nullptr;
     EXPECT_EQ(_KXMLOCK(&p, forged), KX_ERR_MEMLOCK);
     KXESCODE(0);
@@ -99,7 +89,6 @@ TEST_F(Memory, BadArgumentsGiveStatuses) {
     EXPECT_EQ(_KXMRALLOC(&f, 10), KX_ERR_NOMEM);
     KXESCODE(0);
   }
-  int local = 0;
-  EXPECT_EQ(KXMFREE(&local), 0);
+  EXPECT_EQ(KXMFREE(&onStack), 0);
   EXPECT_EQ(KXMFREE(nullptr), 0);
 }

@@ -66,7 +66,6 @@ TEST_F(StatusLog, LogLinesAppendOnePerFailureWhileOn) {
   std::string text = ReadText(log);
   // Text-mode lines: "\r\n" on Windows.
   std::regex line(R"((core/[a-z]+\.cpp)\t(\d+)\t(-?\d+)\r?\n)");
-  std::vector<std::smatch> found;
   std::vector<std::string> modules, codes;
   for (std::sregex_iterator it(text.begin(), text.end(), line), end; it != end; ++it) {
     modules.push_back((*it)[1]);
