@@ -38,6 +38,22 @@
  *   A child made by fork() is another process and must call KXDINIT itself;
  *   until it does, every export gives -59 in the child.
  *
+ * Sharing (all platforms)
+ * -----------------------
+ * - Every write reaches the file at once, and every call sees what other
+ *   processes wrote before it. An open table or index keeps a shared memory
+ *   view of its first bytes (the DBF record count; the NTX update counter,
+ *   root and free head), so that this costs no system call per call.
+ * - NTX pages stay cached between calls while the index's update counter,
+ *   root and free head are unchanged; every writer changes the counter on
+ *   every change, as NTX programs have always relied on. (A handle left idle
+ *   across exactly 65,536 changes that leave root and free head as they were
+ *   would not notice: the counter is 16 bits wide in the file.)
+ * - On POSIX, a program that cuts a table or index shorter than its header
+ *   while this library has it open makes the next access to the view fault:
+ *   xBase programs never do this (a pack writes a new file and renames it).
+ *   On Windows such a file cannot be cut or replaced while it is open here.
+ *
  * Windows builds
  * --------------
  * - RVDB4XX.DLL (32-bit x86): every export is __stdcall (KXAPI) and is
