@@ -1,239 +1,214 @@
-// NTX file format, create/open checks, information exports and key texts.
+// NTX bytes and statuses: fresh and split files, create/open checks, the
+// information exports and key texts, corrupt pages, two handles on one index.
+#include <algorithm>
+#include <cstdio>
 #include <cstring>
 #include <string>
 
 #include "ntxcheck.h"
 #include "testutil.h"
 
-using testutil::EngineTest;
 using testutil::Le16;
 using testutil::Le32;
 using testutil::ReadBytes;
-using testutil::WriteBytes;
 
 namespace {
 
-class NtxFormat : public EngineTest {
+// A fresh index as the format defines it: the header page, then an empty root.
+std::vector<uint8_t> Fresh(unsigned keyLen, unsigned m, const char* expr, uint8_t unique, unsigned dec = 0) {
+  std::vector<uint8_t> b(2048);
+  auto put = [&](size_t off, unsigned v) { b[off] = uint8_t(v), b[off + 1] = uint8_t(v >> 8); };
+  put(0, 6), put(2, 1), put(4, 1024), put(12, keyLen + 8), put(14, keyLen), put(16, dec), put(18, m), put(20, m / 2);
+  std::memcpy(&b[22], expr, std::strlen(expr));
+  b[278] = unique;
+  for (unsigned i = 0; i <= m; ++i) put(1026 + 2 * i, 2 * m + 4 + i * (keyLen + 8));
+  return b;
+}
+
+std::string K(int i) {
+  char b[16];
+  std::snprintf(b, sizeof b, "K%03d      ", i);  // 10 characters
+  return b;
+}
+std::vector<std::string> Range(int from, int to) {
+  std::vector<std::string> v;
+  for (int i = from; i <= to; ++i) v.push_back(K(i));
+  return v;
+}
+// The 10-byte keys of the page at `off`, read through its offsets table.
+std::vector<std::string> PageKeys(const std::vector<uint8_t>& b, uint32_t off) {
+  std::vector<std::string> keys;
+  for (unsigned i = 0; off + 1024 <= b.size() && i < Le16(b, off) && i < 50; ++i)
+    keys.emplace_back(reinterpret_cast<const char*>(&b[off + std::min(Le16(b, off + 2 + 2 * i), uint16_t(1006)) + 8]), 10);
+  return keys;
+}
+
+// A call's status, which is also left pending for KXECODE; then cleared.
+#define EXPECT_STATUS(call, status) do { EXPECT_EQ(call, status); EXPECT_EQ(KXECODE(), status); KXESCODE(0); } while (0)
+
+class NtxFormat : public testutil::EngineTest {
  protected:
-  // Runs a call expected to fail and clears the sticky status afterwards.
-  int16_t Fails(int16_t status) {
-    EXPECT_EQ(KXECODE(), status);
-    KXESCODE(0);
-    return status;
-  }
   std::string Make(const char* name, uint16_t type, const char* expr, int16_t len, int16_t dec = 0) {
-    std::string path = dir.file(name);
-    std::string e = expr;
+    std::string path = dir.file(name), e = expr;
     EXPECT_EQ(KXDCCREATE(path.c_str(), type, e.data(), len, dec), 0);
     return path;
   }
+  // A shared handle (the test reads the file while it is open) on a
+  // 10-byte index holding K(from)..K(to) with records i + 1.
+  void Open(int from, int to, uint16_t type = 'C') {
+    path = Make("t.ntx", type, "KEY", 10);
+    ASSERT_EQ(KXDCOPENX(&h, path.c_str(), 0x400), 0);
+    for (int i = from; i <= to; ++i) ASSERT_EQ(KXDCKADD(h, K(i).c_str(), uint32_t(i + 1)), 0);
+  }
+  std::string path;
+  int16_t h = -1;
+  char key[128];
+  uint32_t rec = 0;
 };
 
-// Expected layout of a fresh index, from the format definition.
-void ExpectFresh(const std::vector<uint8_t>& b, uint16_t keyLen, uint16_t m, const char* expr,
-                 uint8_t unique) {
-  ASSERT_EQ(b.size(), 2048u);
-  EXPECT_EQ(Le16(b, 0), 6);
-  EXPECT_EQ(Le16(b, 2), 1);
+TEST_F(NtxFormat, FreshFileThenSplitMergeAndReuse) {
+  std::string e = "  name + city ";
+  std::string p = dir.file("k10.ntx");
+  ASSERT_EQ(KXDCCREATE(p.c_str(), 'c', e.data(), 10, 0), 0);
+  EXPECT_STREQ(e.c_str(), "name+city");  // blanks removed in the caller's string
+  EXPECT_EQ(ReadBytes(p), Fresh(10, 50, "NAME+CITY", 0));
+  EXPECT_EQ(ReadBytes(Make("k100.ntx", 'C' | 0x80, "X", 100)), Fresh(100, 8, "X", 1));
+  EXPECT_EQ(ReadBytes(Make("d.ntx", 'D', "DTOS(BORN)", 3)), Fresh(8, 54, "DTOS(BORN)", 0));  // dates: 8 long
+  EXPECT_EQ(ReadBytes(Make("n.ntx", 'N', "AMOUNT", 12, 2)), Fresh(12, 44, "AMOUNT", 0, 2));
+  EXPECT_TRUE(ntxcheck::Check(p).ok);
+
+  Open(0, 50);  // M + 1 ascending keys: the first split
+  auto b = ReadBytes(path);
+  ASSERT_EQ(b.size(), 4096u);
+  EXPECT_EQ(Le16(b, 2), 52);     // the counter: one bump per change, written at once
+  EXPECT_EQ(Le32(b, 4), 3072u);  // the new root is the third page
+  EXPECT_EQ(PageKeys(b, 3072), Range(25, 25));
+  EXPECT_EQ(Le32(b, 3072 + Le16(b, 3074)), 2048u);  // new page: the lower half
+  EXPECT_EQ(Le32(b, 3072 + Le16(b, 3076)), 1024u);  // old page: the upper half
+  EXPECT_EQ(PageKeys(b, 2048), Range(0, 24));
+  EXPECT_EQ(PageKeys(b, 1024), Range(26, 50));
+  // The left page drops below half beside a half-full sibling: they merge
+  // and the emptied root collapses onto the merged page.
+  ASSERT_EQ(KXDCKDEL(h, K(0).c_str(), 1), 0);
+  b = ReadBytes(path);
+  EXPECT_EQ(Le32(b, 4), 2048u);
+  EXPECT_EQ(PageKeys(b, 2048), Range(1, 50));
+  EXPECT_EQ(Le32(b, 8), 3072u);     // free list: the old root,
+  EXPECT_EQ(Le32(b, 3072), 1024u);  // then the merged-away page
+  EXPECT_EQ(Le32(b, 1024), 0u);
+  // New pages come from the free list, head first.
+  ASSERT_EQ(KXDCKADD(h, K(51).c_str(), 52), 0);
+  ASSERT_EQ(KXDCKADD(h, K(99).c_str(), 100), 0);
+  b = ReadBytes(path);
+  EXPECT_EQ(b.size(), 4096u);
   EXPECT_EQ(Le32(b, 4), 1024u);
   EXPECT_EQ(Le32(b, 8), 0u);
-  EXPECT_EQ(Le16(b, 12), keyLen + 8);
-  EXPECT_EQ(Le16(b, 14), keyLen);
-  EXPECT_EQ(Le16(b, 16), 0);
-  EXPECT_EQ(Le16(b, 18), m);
-  EXPECT_EQ(Le16(b, 20), m / 2);
-  EXPECT_EQ(std::string(reinterpret_cast<const char*>(&b[22])), expr);
-  for (size_t i = 22 + std::strlen(expr); i < 278; ++i) ASSERT_EQ(b[i], 0) << i;
-  EXPECT_EQ(b[278], unique);
-  for (size_t i = 279; i < 1024; ++i) ASSERT_EQ(b[i], 0) << i;
-  EXPECT_EQ(Le16(b, 1024), 0);
-  for (int i = 0; i <= m; ++i) EXPECT_EQ(Le16(b, 1024 + 2 + 2 * i), 2 * m + 4 + i * (keyLen + 8)) << i;
-  for (size_t i = 1024 + 2 + 2 * (m + 1); i < 2048; ++i) ASSERT_EQ(b[i], 0) << i;
+  auto r = ntxcheck::Check(path);
+  EXPECT_TRUE(r.ok && r.keys.size() == 52) << r.error;
+  // A quick close, then the handle lock reopens the file.
+  ASSERT_EQ(KXDQCLOSE(), 0);
+  ASSERT_EQ(KXDCKTOP(h, key, &rec), 0);
+  EXPECT_EQ(key + std::to_string(rec), K(1) + "2");
+  // KXDTERM closes what is left open: the first slot is free again.
+  KXDTERM();
+  ASSERT_EQ(KXDINIT(100, 4), 0);
+  ASSERT_EQ(KXDCOPENX(&h, path.c_str(), 0), 0);
+  EXPECT_EQ(h, 0);
 }
 
-TEST_F(NtxFormat, FreshIndexBytes) {
-  std::string e10 = "  name + city ";
-  std::string p10 = dir.file("k10.ntx");
-  ASSERT_EQ(KXDCCREATE(p10.c_str(), 'c', e10.data(), 10, 0), 0);
-  EXPECT_STREQ(e10.c_str(), "name+city");  // blanks removed from the caller's string
-  ExpectFresh(ReadBytes(p10), 10, 50, "NAME+CITY", 0);
-
-  std::string p100 = Make("k100.ntx", 'C' | 0x80, "X", 100);
-  ExpectFresh(ReadBytes(p100), 100, 8, "X", 1);
-
-  // Date keys are 8 long whatever length is given.
-  std::string pd = Make("d.ntx", 'D', "DTOS(BORN)", 3);
-  auto b = ReadBytes(pd);
-  EXPECT_EQ(Le16(b, 14), 8);
-  EXPECT_EQ(Le16(b, 18), 54);
-
-  std::string pn = Make("n.ntx", 'N', "AMOUNT", 12, 2);
-  b = ReadBytes(pn);
-  EXPECT_EQ(Le16(b, 16), 2);
-  EXPECT_EQ(Le16(b, 18), 44);
-
-  // The checker agrees, and an unchanged close leaves the header alone.
-  int16_t h = -1;
-  ASSERT_EQ(KXDCOPENX(&h, p10.c_str(), 0), 0);
-  char key[16];
-  uint32_t rec = 0;
-  EXPECT_EQ(KXDCKTOP(h, key, &rec), 2);
-  EXPECT_EQ(KXDCKBOT(h, key, &rec), 2);
-  EXPECT_EQ(KXDCKFIND(h, key, &rec, 1), 2);
-  EXPECT_EQ(KXDCKDEL(h, "A", 1), 2);
-  ASSERT_EQ(KXDCCLOSE(h), 0);
-  ExpectFresh(ReadBytes(p10), 10, 50, "NAME+CITY", 0);
-  auto r = ntxcheck::Check(p10);
-  EXPECT_TRUE(r.ok) << r.error;
-  EXPECT_TRUE(r.keys.empty());
+TEST_F(NtxFormat, CreateChecks) {
+  const std::string p = dir.file("a.ntx"), longExpr(256, 'A'), blanks = std::string(255, 'A') + "   ";
+  struct {
+    const char* file;
+    uint16_t type;
+    const char* expr;
+    int16_t len, dec, status;
+  } cases[] = {
+      {nullptr, 'C', "NAME", 10, 0, -21},  {p.c_str(), 'C', nullptr, 10, 0, -21},
+      {p.c_str(), 'C', longExpr.c_str(), 10, 0, -7}, {p.c_str(), 'C', blanks.c_str(), 10, 0, 0},
+      {p.c_str(), 'X', "NAME", 10, 0, -22}, {p.c_str(), 'C', "NAME", 0, 0, -23},
+      {p.c_str(), 'C', "NAME", 101, 0, -23}, {p.c_str(), 'N', "NAME", 20, 0, -23},
+      {p.c_str(), 'N', "NAME", 1, 0, -30},  {p.c_str(), 'N', "NAME", 19, 18, -30},
+      {p.c_str(), 'N', "NAME", 10, -1, -30}, {p.c_str(), 'N', "NAME", 5, 4, -30},
+      {p.c_str(), 'N', "NAME", 19, 15, 0},  {p.c_str(), 'n', "NAME", 5, 3, 0},
+      {p.c_str(), 'C', "NAME", 100, 0, 0},  {"", 'C', "NAME", 10, 0, -14},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(std::string(1, char(c.type)) + std::to_string(c.len) + "," + std::to_string(c.dec));
+    std::string e = c.expr ? c.expr : "";
+    EXPECT_STATUS(KXDCCREATE(c.file, c.type, c.expr ? e.data() : nullptr, c.len, c.dec), c.status);
+  }
+  KXESCODE(-21);  // a pending failure blocks the call
+  EXPECT_EQ(KXDCCREATE(p.c_str(), 'C', std::string("NAME").data(), 10, 0), -21);
 }
 
-TEST_F(NtxFormat, CreateArgumentChecks) {
-  std::string p = dir.file("a.ntx");
-  std::string e = "NAME";
-  KXDCCREATE(nullptr, 'C', e.data(), 10, 0);
-  Fails(-21);
-  KXDCCREATE(p.c_str(), 'C', nullptr, 10, 0);
-  Fails(-21);
-  std::string longExpr(256, 'A');
-  KXDCCREATE(p.c_str(), 'C', longExpr.data(), 10, 0);
-  Fails(-7);
-  std::string blanks = std::string(255, 'A') + "   ";  // 255 once blanks go
-  EXPECT_EQ(KXDCCREATE(p.c_str(), 'C', blanks.data(), 10, 0), 0);
-  KXDCCREATE(p.c_str(), 'X', e.data(), 10, 0);
-  Fails(-22);
-  KXDCCREATE(p.c_str(), 'C', e.data(), 0, 0);
-  Fails(-23);
-  KXDCCREATE(p.c_str(), 'C', e.data(), 101, 0);
-  Fails(-23);
-  KXDCCREATE(p.c_str(), 'N', e.data(), 20, 0);
-  Fails(-23);
-  KXDCCREATE(p.c_str(), 'N', e.data(), 1, 0);
-  Fails(-30);
-  KXDCCREATE(p.c_str(), 'N', e.data(), 19, 18);
-  Fails(-30);
-  KXDCCREATE(p.c_str(), 'N', e.data(), 10, -1);
-  Fails(-30);
-  KXDCCREATE(p.c_str(), 'N', e.data(), 5, 4);
-  Fails(-30);
-  EXPECT_EQ(KXDCCREATE(p.c_str(), 'N', e.data(), 19, 15), 0);
-  EXPECT_EQ(KXDCCREATE(p.c_str(), 'n', e.data(), 5, 3), 0);
-  EXPECT_EQ(KXDCCREATE(p.c_str(), 'C', e.data(), 100, 0), 0);
-  KXDCCREATE("", 'C', e.data(), 10, 0);
-  Fails(-14);
-  // The sticky rule: a pending failure blocks create.
-  KXESCODE(-21);
-  EXPECT_EQ(KXDCCREATE(p.c_str(), 'C', e.data(), 10, 0), -21);
-  KXESCODE(0);
-}
-
-TEST_F(NtxFormat, OpenChecksHeader) {
-  std::string good = Make("g.ntx", 'C', "NAME", 10);
+TEST_F(NtxFormat, OpenChecks) {
+  const std::string good = Make("g.ntx", 'C', "NAME", 10), bad = dir.file("bad.ntx");
   const auto fresh = ReadBytes(good);
-  ASSERT_EQ(fresh.size(), 2048u);
-  int16_t h = 5;
-  struct Case {
+  struct {
     size_t off;
     int width;
     uint32_t value;
     int16_t status;
   } cases[] = {
-      {14, 2, 0, -23},    {14, 2, 101, -23},   {12, 2, 17, -24},  {4, 4, 512, -25},
-      {4, 4, 2048, -25},  {4, 4, 1500, -25},   {18, 2, 48, -26},  {20, 2, 24, -44},
+      {14, 2, 0, -23},   {14, 2, 101, -23},  {12, 2, 17, -24}, {4, 4, 512, -25},    {4, 4, 2048, -25},
+      {4, 4, 1500, -25}, {18, 2, 48, -26},   {20, 2, 24, -44}, {22, 256, 'A', -7},  // no terminator
   };
-  std::string bad = dir.file("bad.ntx");
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     auto b = fresh;
-    for (int i = 0; i < c.width; ++i) b[c.off + i] = uint8_t(c.value >> (8 * i));
-    WriteBytes(bad, b);
+    for (int i = 0; i < c.width; ++i) b[c.off + i] = c.width > 4 ? uint8_t(c.value) : uint8_t(c.value >> (8 * i));
+    testutil::WriteBytes(bad, b);
     h = 5;
-    EXPECT_EQ(KXDCOPENX(&h, bad.c_str(), 0), c.status) << c.off;
+    SCOPED_TRACE(c.off);
+    EXPECT_STATUS(KXDCOPENX(&h, bad.c_str(), 0), c.status);
     EXPECT_EQ(h, -1);
-    Fails(c.status);
   }
-  // An expression with no terminator within its 256 bytes.
-  auto b = fresh;
-  std::memset(&b[22], 'A', 256);
-  WriteBytes(bad, b);
-  KXDCOPENX(&h, bad.c_str(), 0);
-  Fails(-7);
-  // A truncated header is a read failure.
-  WriteBytes(bad, std::vector<uint8_t>(fresh.begin(), fresh.begin() + 100));
-  KXDCOPENX(&h, bad.c_str(), 0);
-  Fails(-2);
-  KXDCOPENX(&h, dir.file("missing.ntx").c_str(), 0);
-  Fails(-46);
-  // An index open exclusively keeps every other open out, read-only or shared.
+  testutil::WriteBytes(bad, std::vector<uint8_t>(fresh.begin(), fresh.begin() + 100));
+  EXPECT_STATUS(KXDCOPENX(&h, bad.c_str(), 0), -2);  // a truncated header
+  EXPECT_STATUS(KXDCOPENX(&h, dir.file("missing.ntx").c_str(), 0), -46);
+  EXPECT_STATUS(KXDCOPENX(nullptr, good.c_str(), 0), -21);
+  EXPECT_STATUS(KXDCOPENX(&h, nullptr, 0), -21);
+  EXPECT_STATUS(KXDCOPENX(&h, good.c_str(), 7), -18);
+  // Failed opens left no handle behind; an exclusive open keeps every other out.
   int16_t mine = -1;
   ASSERT_EQ(KXDCOPENX(&mine, good.c_str(), 0), 0);
-  for (uint16_t mode : {uint16_t(0), uint16_t(0x400), uint16_t(0x100), uint16_t(0x500)}) {
+  EXPECT_EQ(mine, 0);
+  for (uint16_t mode : {0, 0x400, 0x100, 0x500}) {
     h = 5;
-    EXPECT_EQ(KXDCOPENX(&h, good.c_str(), mode), -46) << mode;
+    SCOPED_TRACE(mode);
+    EXPECT_STATUS(KXDCOPENX(&h, good.c_str(), mode), -46);
     EXPECT_EQ(h, -1);
-    Fails(-46);
   }
   EXPECT_EQ(KXDCCLOSE(mine), 0);
-  KXDCOPENX(nullptr, good.c_str(), 0);
-  Fails(-21);
-  KXDCOPENX(&h, nullptr, 0);
-  Fails(-21);
-  KXDCOPENX(&h, good.c_str(), 7);
-  Fails(-18);
-  // A length that is not whole pages opens with the warning 7.
-  b = fresh;
+  auto b = fresh;
   b.resize(2048 + 100);
-  WriteBytes(bad, b);
-  EXPECT_EQ(KXDCOPENX(&h, bad.c_str(), 0), 7);
-  EXPECT_GE(h, 0);
+  testutil::WriteBytes(bad, b);
+  EXPECT_EQ(KXDCOPENX(&h, bad.c_str(), 0), 7);  // not whole pages: a warning
   EXPECT_EQ(KXDCCLOSE(h), 0);
-  // Failed opens left no handle behind: the slots are all still free.
-  std::vector<int16_t> hs;
-  int16_t x;
-  while (KXDCOPENX(&x, good.c_str(), 0x400 | 5) == 0) hs.push_back(x);
-  Fails(-8);
-  EXPECT_EQ(hs.size(), 95u);
-  for (int16_t y : hs) EXPECT_EQ(KXDCCLOSE(y), 0);
-  // Handle checks.
-  char key[16];
-  uint32_t rec;
-  KXDCKTOP(3, key, &rec);
-  Fails(-13);
-  KXDCCLOSE(-1);
-  Fails(-13);
+  EXPECT_STATUS(KXDCKTOP(3, key, &rec), -13);
 }
 
-TEST_F(NtxFormat, InfoExprAndKeyTexts) {
+TEST_F(NtxFormat, InfoAndKeyTexts) {
   std::string p = Make("i.ntx", 'C' | 0x80, "descend( name )", 20);
-  int16_t h = -1;
   ASSERT_EQ(KXDCOPENX(&h, p.c_str(), 0x100), 0);
   KXINDEXINFO info;
   std::memset(&info, 0, sizeof info);
   info.flags = 0xF0F0;
   ASSERT_EQ(KXDCINFO(h, &info), 0);
-  EXPECT_EQ(sizeof(KXINDEXINFO), 375u);
   EXPECT_STREQ(info.fileName, p.c_str());
   EXPECT_EQ(+info.flags, 0xF0F1);  // read-only bit set, the caller's high bits kept
   EXPECT_EQ(+info.keyLength, 20);
   EXPECT_EQ(+info.keyType, '?');
   EXPECT_EQ(+info.options, 0x0180);
-  EXPECT_EQ(+info.decimals, 0);
   EXPECT_EQ(+info.exprLength, 13);
   EXPECT_STREQ(info.expression, "DESCEND(NAME)");
-  char expr[256];
-  ASSERT_EQ(KXDCEXPR(h, expr), 0);
-  EXPECT_STREQ(expr, "DESCEND(NAME)");
-  KXDCINFO(h, nullptr);
-  Fails(-21);
-  KXDCEXPR(h, nullptr);
-  Fails(-21);
-  // A read-only handle refuses changes.
-  KXDCKADD(h, "A", 1);
-  Fails(-36);
+  ASSERT_EQ(KXDCEXPR(h, key), 0);
+  EXPECT_STREQ(key, "DESCEND(NAME)");
+  EXPECT_STATUS(KXDCINFO(h, nullptr), -21);
+  EXPECT_STATUS(KXDCKADD(h, "A", 1), -36);  // a read-only handle refuses changes
   EXPECT_EQ(KXDCCLOSE(h), 0);
-
   // A long expression fills the record's 100 bytes without a terminator.
-  std::string longExpr = std::string(60, 'a') + "+" + std::string(59, 'b');
-  p = Make("l.ntx", 'C', longExpr.c_str(), 10);
+  p = Make("l.ntx", 'C', (std::string(60, 'a') + "+" + std::string(59, 'b')).c_str(), 10);
   ASSERT_EQ(KXDCOPENX(&h, p.c_str(), 0x400), 0);
   std::memset(&info, 0x55, sizeof info);
   ASSERT_EQ(KXDCINFO(h, &info), 0);
@@ -243,70 +218,81 @@ TEST_F(NtxFormat, InfoExprAndKeyTexts) {
   EXPECT_EQ(std::string(info.expression, 100), std::string(60, 'A') + "+" + std::string(39, 'B'));
   EXPECT_EQ(KXDCCLOSE(h), 0);
 
-  // Numeric key texts: length 10, 2 decimals.
-  p = Make("n.ntx", 'N', "AMOUNT", 10, 2);
-  ASSERT_EQ(KXDCOPENX(&h, p.c_str(), 0), 0);
-  char buf[32];
-  std::memset(buf, 'x', sizeof buf);
-  ASSERT_EQ(KXDCKNUM(h, buf, 12.5), 0);
-  EXPECT_STREQ(buf, "0000012.50");
-  ASSERT_EQ(KXDCKNUM(h, buf, -12.5), 0);
-  EXPECT_STREQ(buf, ",,,,+*.',");
-  ASSERT_EQ(KXDCKNUM(h, buf, 0), 0);
-  EXPECT_STREQ(buf, "0000000.00");
-  ASSERT_EQ(KXDCKNUM(h, buf, 1e15), 0);  // too wide: cut to the key length
-  EXPECT_EQ(std::strlen(buf), 10u);
-  KXDCKNUM(h, nullptr, 1);
-  Fails(-21);
-  EXPECT_EQ(KXDCCLOSE(h), 0);
-
-  // Date keys.
-  std::memset(buf, 'Z', sizeof buf);
-  ASSERT_EQ(KXDCKDATE(buf, "15/03/1987", 9), 0);
-  EXPECT_STREQ(buf, "19870315");
-  std::memset(buf, 'Z', sizeof buf);
-  ASSERT_EQ(KXDCKDATE(buf, "", 9), 0);
-  EXPECT_EQ(std::string(buf, 8), "        ");
-  EXPECT_EQ(buf[8], 'Z');
-  EXPECT_EQ(buf[9], '\0');
-  KXDCKDATE(buf, "31/02/1987", 9);
-  Fails(-15);
-  KXDCKDATE(nullptr, "15/03/1987", 9);
-  Fails(-21);
+  ASSERT_EQ(KXDCOPENX(&h, Make("n.ntx", 'N', "AMOUNT", 10, 2).c_str(), 0), 0);
+  const std::pair<double, const char*> nums[] = {{12.5, "0000012.50"}, {-12.5, ",,,,+*.',"}, {0, "0000000.00"}};
+  for (const auto& [v, text] : nums) {
+    std::memset(key, 'x', sizeof key);
+    ASSERT_EQ(KXDCKNUM(h, key, v), 0);
+    EXPECT_STREQ(key, text);
+  }
+  ASSERT_EQ(KXDCKNUM(h, key, 1e15), 0);  // too wide: cut to the key length
+  EXPECT_EQ(std::strlen(key), 10u);
+  EXPECT_STATUS(KXDCKNUM(h, nullptr, 1), -21);
+  ASSERT_EQ(KXDCKDATE(key, "15/03/1987", 9), 0);
+  EXPECT_STREQ(key, "19870315");
+  std::memset(key, 'Z', sizeof key);
+  ASSERT_EQ(KXDCKDATE(key, "", 9), 0);
+  EXPECT_EQ(std::string(key, 10), std::string(8, ' ') + "Z" + '\0');
+  EXPECT_STATUS(KXDCKDATE(key, "31/02/1987", 9), -15);
 }
 
-TEST_F(NtxFormat, CounterAndQuickClose) {
-  std::string p = Make("c.ntx", 'C', "NAME", 10);
-  int16_t h = -1;
-  // Shared, so that the file's bytes can be read while it is open (on
-  // Windows an exclusive open keeps every other open out).
-  ASSERT_EQ(KXDCOPENX(&h, p.c_str(), 0x400), 0);
-  ASSERT_EQ(KXDCKADD(h, "BETA", 2), 0);
-  ASSERT_EQ(KXDCKADD(h, "ALPHA", 1), 0);
-  auto b = ReadBytes(p);
-  ASSERT_EQ(b.size(), 2048u);
-  EXPECT_EQ(Le16(b, 2), 3);  // one bump per change, written at once
-  EXPECT_EQ(std::string(reinterpret_cast<const char*>(&b[1024 + Le16(b, 1026) + 8]), 10), "ALPHA     ");
-  ASSERT_EQ(KXDQCLOSE(), 0);
-  char key[16];
-  uint32_t rec = 0;
-  ASSERT_EQ(KXDCKTOP(h, key, &rec), 0);  // reopened by the handle lock
-  EXPECT_STREQ(key, "ALPHA     ");
-  EXPECT_EQ(rec, 1u);
-  ASSERT_EQ(KXDCKNEXT(h, key, &rec), 0);
-  EXPECT_EQ(rec, 2u);
-  EXPECT_EQ(KXDCKNEXT(h, key, &rec), 3);
-  EXPECT_EQ(rec, 2u);
+TEST_F(NtxFormat, CorruptPagesGiveAStatus) {
+  Open(0, 60);
   EXPECT_EQ(KXDCCLOSE(h), 0);
-  EXPECT_EQ(Le16(ReadBytes(p), 2), 3);
-  // KXDTERM closes what is left open.
-  ASSERT_EQ(KXDCOPENX(&h, p.c_str(), 0), 0);
-  KXDTERM();
-  ASSERT_EQ(KXDINIT(100, 4), 0);
+  const auto good = ReadBytes(path);
+  const uint32_t item = 3072 + Le16(good, 3074);  // the root's first item
+  struct {
+    size_t off;
+    uint32_t value;
+    int16_t status;
+  } cases[] = {
+      {3072, 51, -6},              // root key count above the maximum
+      {3074, 1020, -6},            // item offset past the page
+      {3074, 10, -6},              // item inside the offsets table
+      {item, 0x100000, -4},        // child past the end of the file
+      {item, 3072, -6},            // child pointing back at the root
+  };
+  for (const auto& c : cases) {
+    std::vector<uint8_t> v;
+    for (unsigned i = 0; i < (c.off == item ? 4u : 2u); ++i) v.push_back(uint8_t(c.value >> (8 * i)));
+    ASSERT_TRUE(testutil::PatchBytes(path, c.off, v));
+    SCOPED_TRACE(c.off);
+    ASSERT_EQ(KXDCOPENX(&h, path.c_str(), 0), 0);
+    EXPECT_STATUS(KXDCKTOP(h, key, &rec), c.status);
+    EXPECT_STATUS(KXDCKADD(h, "A", 1), c.status);  // descends through the first item
+    EXPECT_EQ(KXDCCLOSE(h), 0);
+    ASSERT_TRUE(testutil::PatchBytes(path, 0, good));
+  }
+}
+
+TEST_F(NtxFormat, TwoHandlesAndTheCurrentKey) {
+  Open(0, 199);
   int16_t h2 = -1;
-  ASSERT_EQ(KXDCOPENX(&h2, p.c_str(), 0), 0);
-  EXPECT_EQ(h2, 0);
+  ASSERT_EQ(KXDCOPENX(&h2, path.c_str(), 0x400), 0);
+  ASSERT_EQ(KXDCKBOT(h2, key, &rec), 0);  // the second handle sees the first's keys
+  EXPECT_EQ(key, K(199));
+  // Keys deleted through the second handle under the first's current key:
+  // cur gives the greatest key below (4), next the key that followed, prev
+  // the one before; with nothing below, next gives 4 and the first key.
+  struct {
+    int at, from, to, move, status, want;
+  } cases[] = {{100, 100, 100, 0, 4, 99}, {150, 140, 160, 1, 0, 161}, {170, 170, 170, 2, 0, 169}, {0, 0, 0, 1, 4, 1}};
+  for (const auto& c : cases) {
+    std::strcpy(key, K(c.at).c_str());
+    ASSERT_EQ(KXDCKFIND(h, key, &rec, 1), 0);
+    for (int i = c.from; i <= c.to; ++i) ASSERT_EQ(KXDCKDEL(h2, K(i).c_str(), uint32_t(i + 1)), 0);
+    EXPECT_EQ(c.move == 0 ? KXDCKCUR(h, key, &rec) : c.move == 1 ? KXDCKNEXT(h, key, &rec) : KXDCKPREV(h, key, &rec),
+              c.status) << c.at;
+    EXPECT_EQ(key + std::to_string(rec), K(c.want) + std::to_string(c.want + 1));
+  }
+  // A key added through the second handle is walked by the first.
+  std::strcpy(key, K(169).c_str());
+  ASSERT_EQ(KXDCKFIND(h, key, &rec, 1), 0);
+  ASSERT_EQ(KXDCKADD(h2, "K1695", 5000), 0);
+  ASSERT_EQ(KXDCKNEXT(h, key, &rec), 0);
+  EXPECT_EQ(key + std::to_string(rec), "K1695     5000");
   EXPECT_EQ(KXDCCLOSE(h2), 0);
+  EXPECT_EQ(KXDCCLOSE(h), 0);
 }
 
 }  // namespace
