@@ -1,212 +1,166 @@
 // Field get and put rules, their statuses and the deliberate asymmetries.
+#include <cmath>
+#include <random>
+
 #include "dbfutil.h"
 
-using namespace testutil;
 using namespace dbftest;
 
 namespace {
 
 class DbfFields : public EngineTest {
  protected:
-  // C 8, N 5.2, N 4, L, D, M: offsets 1, 9, 14, 18, 19, 27; length 37.
+  // C 8, N 5.2, N 4, L, D, M at offsets 1, 9, 14, 18, 19, 27; length 37.
   void SetUp() override {
     EngineTest::SetUp();
-    path = dir.file("f.dbf");
     KXDBFFIELD fl[] = {F("TEXT", 'C', 8), F("PRICE", 'N', 5, 2), F("QTY", 'N', 4),
                        F("OK", 'L', 1), F("WHEN", 'D', 8), F("MEMO", 'M', 10)};
-    ASSERT_EQ(KXDDCREATE(path.c_str(), 6, fl, 3), 0);
-    ASSERT_EQ(KXDDOPENX(&h, path.c_str(), 3), 0);
+    ASSERT_EQ(KXDDCREATE(dir.file("f.dbf").c_str(), 6, fl, 3), 0);
+    ASSERT_EQ(KXDDOPENX(&h, dir.file("f.dbf").c_str(), 3), 0);
   }
-  // The record buffer's bytes.
-  std::string Buffer() {
+  // Bytes of the record buffer.
+  std::string Field(size_t off, size_t len) {
     KXRECINFO ri{};
     EXPECT_EQ(KXDDRINFO(h, &ri), 0);
-    return std::string(reinterpret_cast<char*>(ri.buffer.address), ri.recordLength);
+    return std::string(reinterpret_cast<char*>(ri.buffer.address), ri.recordLength).substr(off, len);
   }
-  std::string Field(size_t off, size_t len) { return Buffer().substr(off, len); }
-  std::string path;
   int16_t h = -1;
 };
 
-TEST_F(DbfFields, CharacterFieldsAreBlankFilledAndCut) {
+TEST_F(DbfFields, CharactersMemoNumbersAndNames) {
   EXPECT_EQ(KXDDFPUT(h, 0, "ABCDEFGHIJ"), KX_TRUNCATED);
   EXPECT_EQ(Field(1, 8), "ABCDEFGH");
-  EXPECT_EQ(KXDDFPUT(h, 0, "AB"), 0);
-  EXPECT_EQ(Field(1, 8), "AB      ");
-  EXPECT_EQ(KXDDFPUT(h, 0, "ABCDEFGH"), 0);  // exactly the width
-  char out[9];
-  ASSERT_EQ(KXDDFPUTS(h, 0, " x "), 0);
-  ASSERT_EQ(KXDDFGET(h, 0, out), 0);
-  EXPECT_STREQ(out, " x      ");
-  ASSERT_EQ(KXDDFNGETS(h, "text", out), 0);
-  EXPECT_STREQ(out, " x      ");
-  EXPECT_EQ(KXDDFNPUTS(h, "Text", "hello"), 0);
-  EXPECT_EQ(Field(1, 8), "hello   ");
-  // Text into a numeric field by the character rule, read back raw.
-  EXPECT_EQ(KXDDFPUTS(h, 1, "123456"), KX_TRUNCATED);
-  EXPECT_EQ(Field(9, 5), "12345");
-  ASSERT_EQ(KXDDFGETS(h, 1, out), 0);
-  EXPECT_STREQ(out, "12345");
+  EXPECT_EQ(KXDDFPUT(h, 0, "ABCDEFGH"), 0);
+  EXPECT_EQ(KXDDFNPUTS(h, "Text", " x"), 0);
+  EXPECT_EQ(Field(0, 10), "  x       ");  // blank-filled; flag and next field untouched
+  EXPECT_EQ(KXDDFPUTS(h, 1, "123456"), KX_TRUNCATED);  // text into N by the C rule
+  uint32_t m = 4294967295u, got = 0;
+  ASSERT_EQ(KXDDFPUT(h, 5, &m), 0);
+  ASSERT_EQ(KXDDFNGET(h, "memo", &got), 0);
+  EXPECT_EQ(got, m);
+  EXPECT_EQ(Field(9, 5) + Field(27, 10), "123454294967295");
+  char buf[16];
+  int16_t no = -1;
+  EXPECT_FAIL(KXDDFGET(h, 6, buf), KX_ERR_FIELDNO);
+  EXPECT_FAIL(KXDDFPUT(h, -1, buf), KX_ERR_FIELDNO);
+  EXPECT_FAIL(KXDDFNGET(h, "MEM", buf), KX_ERR_FIELDNAME);
+  EXPECT_FAIL(KXDDFPUT(h, 0, nullptr), KX_ERR_NULL);
+  EXPECT_FAIL(KXDDFGET(h, 0, nullptr), KX_ERR_NULL);
+  ASSERT_EQ(KXDDFNAM2NO(h, &no, "Price"), 0);
+  ASSERT_EQ(KXDDFNO2NAM(h, buf, 3), 0);
+  EXPECT_EQ(buf + std::to_string(no), "OK1");
+  EXPECT_FAIL(KXDDFNO2NAM(h, buf, 6), KX_ERR_FIELDNO);
 }
 
-TEST_F(DbfFields, NumbersAreRoundedRefusedOrStored) {
-  double v = 12.5;
-  EXPECT_EQ(KXDDFPUT(h, 1, &v), 0);
-  EXPECT_EQ(Field(9, 5), "12.50");
-  v = 1.005;  // 1.00499999... in binary
-  EXPECT_EQ(KXDDFPUT(h, 1, &v), KX_ROUNDED);
-  EXPECT_EQ(Field(9, 5), " 1.00");
-  v = 10000.0;  // the largest value of N 4 is 9999
-  EXPECT_EQ(KXDDFPUT(h, 2, &v), KX_ERR_VALUE);
-  KXESCODE(0);
-  EXPECT_EQ(Field(14, 4), "    ");
-  v = 9999.4;
-  EXPECT_EQ(KXDDFPUT(h, 2, &v), KX_ROUNDED);
-  EXPECT_EQ(Field(14, 4), "9999");
-  v = 99.999;  // prints as 100.00: too wide for 5.2
-  EXPECT_EQ(KXDDFPUT(h, 1, &v), KX_ERR_VALUE);
-  KXESCODE(0);
-  EXPECT_EQ(Field(9, 5), " 1.00");
-  v = -9999;  // five characters do not fit four
-  EXPECT_EQ(KXDDFPUT(h, 2, &v), KX_ERR_VALUE);
-  KXESCODE(0);
-  v = -999;
-  EXPECT_EQ(KXDDFNPUT(h, "qty", &v), 0);
-  EXPECT_EQ(Field(14, 4), "-999");
-  v = 1.0 / 0.0;
-  EXPECT_EQ(KXDDFPUT(h, 2, &v), KX_ERR_VALUE);
-  KXESCODE(0);
-  double got = 0;
-  ASSERT_EQ(KXDDFGET(h, 2, &got), 0);
-  EXPECT_EQ(got, -999.0);
-  ASSERT_EQ(KXDDFGET(h, 1, &got), 0);
-  EXPECT_EQ(got, 1.0);
+// A number's text is what the C library's "%*.*lf" prints for the field;
+// status 6 exactly when that text reads back as another value; -33, and the
+// field unchanged, when it is too wide or too large.
+TEST_F(DbfFields, NumbersPrintAsTheCLibraryPrintsThem) {
+  const uint16_t shapes[][2] = {{12, 2}, {8, 0}, {10, 3}, {19, 15}, {5, 2}, {19, 4}, {3, 1}};
+  KXDBFFIELD fl[7];
+  for (int i = 0; i < 7; ++i) fl[i] = F(("N" + std::to_string(i)).c_str(), 'N', shapes[i][0], shapes[i][1]);
+  ASSERT_EQ(KXDDCREATE(dir.file("n.dbf").c_str(), 7, fl, 3), 0);
+  ASSERT_EQ(KXDDOPENX(&h, dir.file("n.dbf").c_str(), 3), 0);
+  std::mt19937_64 rng(42);
+  auto r = [&](int64_t n) { return double(int64_t(rng() % uint64_t(2 * n + 1)) - n); };
+  int checked = 0;
+  for (int k = 0; k < 60000; ++k) {
+    const int i = k % 7, width = shapes[i][0], dec = shapes[i][1];
+    const double cases[] = {
+        r(10000000) / std::pow(10.0, 1 + int(rng() % 5)),  // ties
+        std::ldexp(r(1 << 30) / double(1 << 30), int(rng() % 80) - 20),  // any magnitude
+        -double(rng() % 1000) / 1e6,                        // prints as -0
+        r(1000000) / 8.0,                                   // exact halves
+        (r(50000) + 0.5 + std::pow(10.0, -2 - 2 * int(rng() % 5)) * r(1)) / std::pow(10.0, dec)};  // near a half
+    const double v = cases[k / 7 % 5];
+    char want[512], got[64];
+    const int n = std::snprintf(want, sizeof want, "%*.*lf", width, dec, v);
+    std::string nines(size_t(width), '9');  // the largest value
+    if (dec > 0) nines[size_t(width - dec - 1)] = '.';
+    const double back = std::strtod(want, nullptr);
+    const int16_t expect = n > width || back > std::strtod(nines.c_str(), nullptr) ? KX_ERR_VALUE : back != v ? KX_ROUNDED : 0;
+    ASSERT_EQ(KXDDFPUTS(h, int16_t(i), ""), 0);
+    ASSERT_EQ(KXDDFPUT(h, int16_t(i), &v), expect) << v << " as " << width << "." << dec << ": " << want;
+    if (expect < 0) KXESCODE(0);
+    double read = -1;
+    ASSERT_EQ(KXDDFGETS(h, int16_t(i), got), 0);
+    ASSERT_EQ(KXDDFGET(h, int16_t(i), &read), 0);
+    ASSERT_STREQ(got, expect < 0 ? std::string(size_t(width), ' ').c_str() : want) << v;
+    if (expect >= 0) {
+      ASSERT_EQ(read, back) << want;
+    }
+    checked += expect >= 0;
+  }
+  EXPECT_GT(checked, 30000);
+  for (double v : {HUGE_VAL, -HUGE_VAL}) EXPECT_FAIL(KXDDFPUT(h, 1, &v), KX_ERR_VALUE);
 }
 
 TEST_F(DbfFields, LogicalsAcceptLowerCaseTButDoNotReadIt) {
-  uint8_t in = 't';
-  EXPECT_EQ(KXDDFPUT(h, 3, &in), 0);
-  EXPECT_EQ(Field(18, 1), "T");
-  for (uint8_t c : {uint8_t(1), uint8_t('Y'), uint8_t('y'), uint8_t('T')}) {
+  for (uint8_t c : std::string("t\1YyT\0FnNf", 10)) {
+    ASSERT_EQ(KXDDFPUTS(h, 3, "?"), 0);
     EXPECT_EQ(KXDDFPUT(h, 3, &c), 0);
-    EXPECT_EQ(Field(18, 1), "T") << int(c);
+    EXPECT_EQ(Field(18, 1), c && std::strchr("tYyT\1", c) ? "T" : "F") << int(c);
   }
-  for (uint8_t c : {uint8_t(0), uint8_t('F'), uint8_t('n'), uint8_t('N'), uint8_t('f')}) {
-    EXPECT_EQ(KXDDFPUT(h, 3, &c), 0);
-    EXPECT_EQ(Field(18, 1), "F") << int(c);
-  }
-  in = 'x';
-  EXPECT_EQ(KXDDFPUT(h, 3, &in), KX_ERR_VALUE);
-  KXESCODE(0);
+  uint8_t x = 'x';
+  EXPECT_FAIL(KXDDFPUT(h, 3, &x), KX_ERR_VALUE);
   EXPECT_EQ(Field(18, 1), "F");
-  uint8_t out = 77;
-  ASSERT_EQ(KXDDFGET(h, 3, &out), 0);
-  EXPECT_EQ(out, 0);
-  const struct { const char* stored; uint8_t want; } reads[] = {
-      {"T", 1}, {"Y", 1}, {"y", 1}, {"N", 0}, {"f", 0}, {"t", 77}, {"?", 77}};
+  // Read as 1 or 0; "t" and anything unknown leave the byte alone.
   ASSERT_EQ(KXDDFPUTS(h, 0, "X"), 0);  // a non-blank field before: not empty
+  const struct { const char* stored; uint8_t want; } reads[] = {
+      {"T", 1}, {"Y", 1}, {"y", 1}, {"N", 0}, {"F", 0}, {"f", 0}, {"t", 77}, {"?", 77}};
   for (auto& r : reads) {
+    uint8_t out = 77;
     ASSERT_EQ(KXDDFPUTS(h, 3, r.stored), 0);
-    out = 77;
     ASSERT_EQ(KXDDFGET(h, 3, &out), 0);
     EXPECT_EQ(out, r.want) << r.stored;
   }
 }
 
+// A field blank to the end of the record is empty: 0, '?', 0 and blanks in
+// the date style's width. A blank field with something after it leaves the
+// double and the logical's byte alone.
 TEST_F(DbfFields, EmptyMeansBlankToTheEndOfTheRecord) {
   ASSERT_EQ(KXDDRCLEAR(h), 0);
-  double n = 5;
-  uint8_t l = 7;
-  uint32_t m = 9;
-  char d[16];
-  ASSERT_EQ(KXDDFGET(h, 2, &n), 0);
-  EXPECT_EQ(n, 0.0);
-  ASSERT_EQ(KXDDFGET(h, 3, &l), 0);
-  EXPECT_EQ(l, '?');
-  ASSERT_EQ(KXDDFGET(h, 5, &m), 0);
-  EXPECT_EQ(m, 0u);
-  ASSERT_EQ(KXDDFGET(h, 4, d), 0);
-  EXPECT_STREQ(d, "        ");
-  ASSERT_EQ(KXCDSTYLE(2), 0);  // a ten-character style
-  ASSERT_EQ(KXDDFGET(h, 4, d), 0);
-  EXPECT_STREQ(d, "          ");
-  ASSERT_EQ(KXCDSTYLE(5), 0);
-  ASSERT_EQ(KXDDFGET(h, 4, d), 0);
-  EXPECT_STREQ(d, "      ");
-  ASSERT_EQ(KXCDSTYLE(4), 0);
-  // With something after them the blank fields are not empty: a blank
-  // number leaves the double alone, a blank logical the byte.
-  uint32_t memo = 3;
-  ASSERT_EQ(KXDDFPUT(h, 5, &memo), 0);
+  for (uint32_t memo : {0u, 3u}) {
+    if (memo) {
+      ASSERT_EQ(KXDDFPUT(h, 5, &memo), 0);
+    }
+    double n = 5;
+    uint8_t l = 7;
+    uint32_t m = 9;
+    ASSERT_EQ(KXDDFGET(h, 2, &n), 0);
+    ASSERT_EQ(KXDDFGET(h, 3, &l), 0);
+    ASSERT_EQ(KXDDFGET(h, 5, &m), 0);
+    EXPECT_EQ(n, memo ? 5.0 : 0.0);
+    EXPECT_EQ(l, memo ? 7 : '?');
+    EXPECT_EQ(m, memo);
+    for (auto [style, want] : {std::pair{4, "        "}, {2, "          "}, {5, "      "}}) {
+      char d[16];
+      ASSERT_EQ(KXCDSTYLE(uint16_t(style)), 0);
+      ASSERT_EQ(KXDDFGET(h, 4, d), 0);
+      EXPECT_STREQ(d, want) << style;
+    }
+  }
   EXPECT_EQ(Field(27, 10), "         3");
-  n = 5;
-  l = 7;
-  ASSERT_EQ(KXDDFGET(h, 2, &n), 0);
-  EXPECT_EQ(n, 5.0);
-  ASSERT_EQ(KXDDFGET(h, 3, &l), 0);
-  EXPECT_EQ(l, 7);
-  ASSERT_EQ(KXDDFGET(h, 4, d), 0);  // a blank date still reads as blanks
-  EXPECT_STREQ(d, "        ");
-  ASSERT_EQ(KXDDFGET(h, 5, &m), 0);
-  EXPECT_EQ(m, 3u);
 }
 
 TEST_F(DbfFields, DatesConvertBetweenStyleAndStorage) {
-  ASSERT_EQ(KXDDFPUT(h, 4, "20240229"), 0);
-  EXPECT_EQ(Field(19, 8), "20240229");
   char d[16];
+  ASSERT_EQ(KXDDFPUT(h, 4, "20240229"), 0);
   ASSERT_EQ(KXCDSTYLE(7), 0);
   ASSERT_EQ(KXDDFGET(h, 4, d), 0);
   EXPECT_STREQ(d, "29.02.2024");
   ASSERT_EQ(KXDDFPUT(h, 4, "01.03.1999"), 0);
   EXPECT_EQ(Field(19, 8), "19990301");
-  ASSERT_EQ(KXDDFPUT(h, 4, "  "), 0);
+  for (const char* blank : {"  ", "", "  .  .    "}) {
+    ASSERT_EQ(KXDDFPUTS(h, 4, "19990301"), 0);
+    ASSERT_EQ(KXDDFPUT(h, 4, blank), 0);
+    EXPECT_EQ(Field(19, 8), "        ") << blank;
+  }
+  EXPECT_FAIL(KXDDFPUT(h, 4, "31.02.2024"), KX_ERR_DATE);
   EXPECT_EQ(Field(19, 8), "        ");
-  ASSERT_EQ(KXDDFPUT(h, 4, ""), 0);
-  EXPECT_EQ(Field(19, 8), "        ");
-  ASSERT_EQ(KXDDFPUT(h, 4, "  .  .    "), 0);  // the style's empty form
-  EXPECT_EQ(Field(19, 8), "        ");
-  EXPECT_EQ(KXDDFPUT(h, 4, "31.02.2024"), KX_ERR_DATE);
-  KXESCODE(0);
-  EXPECT_EQ(Field(19, 8), "        ");
-  ASSERT_EQ(KXCDSTYLE(4), 0);
-  // A stored date that is not valid is reported.
-  ASSERT_EQ(KXDDFPUTS(h, 4, "20241301"), 0);
-  EXPECT_EQ(KXDDFGET(h, 4, d), KX_ERR_DATE);
-  KXESCODE(0);
-}
-
-TEST_F(DbfFields, MemoNumbersAndArgumentChecks) {
-  uint32_t m = 4294967295u;
-  ASSERT_EQ(KXDDFPUT(h, 5, &m), 0);
-  EXPECT_EQ(Field(27, 10), "4294967295");
-  uint32_t got = 0;
-  ASSERT_EQ(KXDDFNGET(h, "MEMO", &got), 0);
-  EXPECT_EQ(got, m);
-  char buf[16];
-  EXPECT_EQ(KXDDFGET(h, 6, buf), KX_ERR_FIELDNO);
-  KXESCODE(0);
-  EXPECT_EQ(KXDDFPUT(h, -1, buf), KX_ERR_FIELDNO);
-  KXESCODE(0);
-  EXPECT_EQ(KXDDFNGET(h, "NOPE", buf), KX_ERR_FIELDNAME);
-  KXESCODE(0);
-  EXPECT_EQ(KXDDFNPUT(h, "TEXTX", "a"), KX_ERR_FIELDNAME);
-  KXESCODE(0);
-  EXPECT_EQ(KXDDFPUT(h, 0, nullptr), KX_ERR_NULL);
-  KXESCODE(0);
-  EXPECT_EQ(KXDDFGET(h, 0, nullptr), KX_ERR_NULL);
-  KXESCODE(0);
-  int16_t no = -1;
-  ASSERT_EQ(KXDDFNAM2NO(h, &no, "price"), 0);
-  EXPECT_EQ(no, 1);
-  ASSERT_EQ(KXDDFNAM2NO(h, &no, "Memo"), 0);
-  EXPECT_EQ(no, 5);
-  EXPECT_EQ(KXDDFNAM2NO(h, &no, "MEM"), KX_ERR_FIELDNAME);
-  KXESCODE(0);
-  ASSERT_EQ(KXDDFNO2NAM(h, buf, 3), 0);
-  EXPECT_STREQ(buf, "OK");
-  EXPECT_EQ(KXDDFNO2NAM(h, buf, 6), KX_ERR_FIELDNO);
-  KXESCODE(0);
+  ASSERT_EQ(KXDDFPUTS(h, 4, "20241301"), 0);  // a stored date that is not valid
+  EXPECT_FAIL(KXDDFGET(h, 4, d), KX_ERR_DATE);
 }
 
 }  // namespace
