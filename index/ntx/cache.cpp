@@ -1,5 +1,5 @@
-// The NTX page cache: a few 1024-byte buffers in most-recently-used order,
-// page allocation and the free-page chain, and the header refresh.
+// The NTX page cache: 1024-byte buffers found by page offset through a hash
+// table and reused least recently used first, page allocation and the free-page chain, and the header refresh.
 #include "ntx.h"
 
 namespace rv::ntx {
@@ -24,63 +24,122 @@ static bool ValidOffset(const NtxState* st, uint32_t offset) {
   return offset >= kPage && offset < st->fileLength && offset % kPage == 0;
 }
 
+static inline uint8_t* BufferOf(const NtxState* st, int i) { return st->pagesAt + size_t(i) * kPage; }
+static inline int16_t& ChainOf(NtxState* st, uint32_t offset) {
+  return st->buckets[(offset / kPage) & (kCacheCapacity - 1)];
+}
+
+static int Find(NtxState* st, uint32_t offset) {
+  for (int i = ChainOf(st, offset); i >= 0; i = st->cache[i].hnext)
+    if (st->cache[i].offset == offset) return i;
+  return -1;
+}
+
+static void Unlink(NtxState* st, int i) {
+  CacheEntry& e = st->cache[i];
+  if (e.prev >= 0) st->cache[e.prev].next = e.next; else st->mru = e.next;
+  if (e.next >= 0) st->cache[e.next].prev = e.prev; else st->lru = e.prev;
+  e.prev = e.next = -1;
+}
+
+static void PushFront(NtxState* st, int i) {
+  CacheEntry& e = st->cache[i];
+  e.prev = -1;
+  e.next = st->mru;
+  if (st->mru >= 0) st->cache[st->mru].prev = int16_t(i); else st->lru = int16_t(i);
+  st->mru = int16_t(i);
+}
+
+static void Unchain(NtxState* st, int i) {
+  int16_t* at = &ChainOf(st, st->cache[i].offset);
+  while (*at >= 0 && *at != i) at = &st->cache[*at].hnext;
+  if (*at == i) *at = st->cache[i].hnext;
+  st->cache[i].hnext = -1;
+}
+
 static void Publish(NtxState* st) {
-  st->page = st->cache[0].buffer;
-  st->pageOffset = st->cache[0].offset;
+  st->page = BufferOf(st, st->mru);
+  st->pageOffset = st->cache[st->mru].offset;
 }
 
 // Moves entry i to the front.
 static void ToFront(NtxState* st, int i) {
-  if (i > 0) {
-    CacheEntry e = st->cache[i];
-    std::memmove(&st->cache[1], &st->cache[0], sizeof(CacheEntry) * size_t(i));
-    st->cache[0] = e;
+  if (st->mru != i) {
+    Unlink(st, i);
+    PushFront(st, i);
   }
   Publish(st);
 }
 
-static int16_t WriteEntry(NtxState* st, CacheEntry& e) {
-  int16_t s = HwriteAt(st->fs.file, e.offset, e.buffer, kPage, st->flush != 0);
+static void SetChanged(NtxState* st, CacheEntry& e) {
+  if (!(e.flags & kChanged)) ++st->changed;
+  e.flags |= kChanged;
+}
+
+static int16_t WriteEntry(NtxState* st, int i) {
+  CacheEntry& e = st->cache[i];
+  int16_t s = HwriteAt(st->fs.file, e.offset, BufferOf(st, i), kPage, st->flush != 0);
   if (s < 0) return KX_FAIL(s);
+  if (e.flags & kChanged) --st->changed;
   e.flags = uint8_t(e.flags & ~kChanged);
   return 0;
 }
 
-// Takes an entry for a page that is not cached; writes back what it held.
-static int16_t TakeEntry(NtxState* st, int* index) {
-  int i = st->inUse < st->buffers ? st->inUse : st->buffers - 1;
+// Forgets the page entry i holds; the entry goes to the free list.
+static void Drop(NtxState* st, int i) {
   CacheEntry& e = st->cache[i];
-  if (e.offset != 0 && (e.flags & kChanged)) KX_TRY(WriteEntry(st, e));
-  if (e.offset == 0 || !(e.flags & kHolds)) ++st->inUse;
+  Unchain(st, i);
+  Unlink(st, i);
+  if (e.flags & kChanged) --st->changed;
   e.offset = 0;
-  e.flags = kHolds | kLocked;
+  e.flags = 0;
+  e.next = st->freeEntry;
+  st->freeEntry = int16_t(i);
+  --st->inUse;
+  if (st->mru >= 0) Publish(st);
+}
+
+// Takes an entry for `offset`, which is not cached, writing back what the
+// least recently used entry held when none is free; the entry becomes the
+// most recently used, holding the offset.
+static int16_t TakeEntry(NtxState* st, uint32_t offset, int* index) {
+  int i = st->freeEntry;
+  if (i >= 0) {
+    st->freeEntry = st->cache[i].next;
+    ++st->inUse;
+  } else {
+    i = st->lru;
+    if (i < 0) return KX_FAIL(KX_ERR_PAGEPOS);
+    CacheEntry& e = st->cache[i];
+    if (e.flags & kChanged) KX_TRY(WriteEntry(st, i));
+    Unchain(st, i);
+    Unlink(st, i);
+  }
+  CacheEntry& e = st->cache[i];
+  e.offset = offset;
+  e.flags = 0;
+  e.hnext = ChainOf(st, offset);
+  ChainOf(st, offset) = int16_t(i);
+  PushFront(st, i);
+  Publish(st);
   *index = i;
   return 0;
 }
 
 int16_t PageGet(NtxState* st, uint32_t offset, bool raw) {
   if (!ValidOffset(st, offset)) return KX_FAIL(KX_ERR_SEEK);
-  for (int i = 0; i < st->inUse; ++i) {
-    if (st->cache[i].offset == offset) {
-      ToFront(st, i);
-      return 0;
-    }
+  int i = Find(st, offset);
+  if (i >= 0) {
+    ToFront(st, i);
+    return 0;
   }
-  int i = 0;
-  KX_TRY(TakeEntry(st, &i));
-  CacheEntry& e = st->cache[i];
-  int16_t s = HreadAt(st->fs.file, offset, e.buffer, kPage);
-  if (s < 0 || (!raw && !PageSane(st, e.buffer))) {
-    e.flags = 0;
-    --st->inUse;
-    // Keep empty entries behind the ones in use.
-    CacheEntry empty = e;
-    std::memmove(&st->cache[i], &st->cache[i + 1], sizeof(CacheEntry) * size_t(st->buffers - 1 - i));
-    st->cache[st->buffers - 1] = empty;
+  KX_TRY(TakeEntry(st, offset, &i));
+  uint8_t* buf = BufferOf(st, i);
+  int16_t s = HreadAt(st->fs.file, offset, buf, kPage);
+  if (s < 0 || (!raw && !PageSane(st, buf))) {
+    Drop(st, i);
     return KX_FAIL(s < 0 ? s : KX_ERR_STRUCTURE);
   }
-  e.offset = offset;
-  ToFront(st, i);
   return 0;
 }
 
@@ -88,18 +147,9 @@ int16_t PagePut(NtxState* st, uint32_t offset) {
   if (ReadOnly(st)) return KX_FAIL(KX_ERR_READONLY);
   if (!ValidOffset(st, offset)) return KX_FAIL(KX_ERR_SEEK);
   if (st->inUse <= 0) return KX_FAIL(KX_ERR_PAGEPOS);
-  int i = 0;
-  while (i < st->inUse && st->cache[i].offset != offset) ++i;
-  if (i == st->inUse) return KX_FAIL(KX_ERR_PAGEWRITE);
-  KX_TRY(WriteEntry(st, st->cache[i]));
-  CacheEntry e = st->cache[i];
-  e.flags = 0;
-  e.offset = 0;
-  int last = st->inUse - 1;
-  std::memmove(&st->cache[i], &st->cache[i + 1], sizeof(CacheEntry) * size_t(last - i));
-  st->cache[last] = e;
-  --st->inUse;
-  if (st->inUse > 0) Publish(st);
+  int i = Find(st, offset);
+  if (i < 0) return KX_FAIL(KX_ERR_PAGEWRITE);
+  KX_TRY(WriteEntry(st, i));
   return 0;
 }
 
@@ -114,17 +164,16 @@ int16_t PageAllocate(NtxState* st, uint32_t* offset) {
     int16_t s = Hsize(st->fs.file, st->fileLength);
     if (s < 0) return KX_FAIL(s);
     // A page at the end of the file needs no read: it is formatted below.
-    int i = 0;
-    KX_TRY(TakeEntry(st, &i));
-    st->cache[i].offset = off;
-    ToFront(st, i);
+    int i = Find(st, off);
+    if (i >= 0) Drop(st, i);
+    KX_TRY(TakeEntry(st, off, &i));
   } else {
     off = head;
     KX_TRY(PageGet(st, off, true));
     Wr32(st->header + 8, Rd32(st->page));
   }
   KX_TRY(WriteHeader(st, 8, 4));
-  st->cache[0].flags = kHolds | kChanged | kLocked;
+  SetChanged(st, st->cache[st->mru]);
   std::memset(st->page, 0, kPage);
   FormatPage(st->page, st->maxKeys, st->itemSize);
   *offset = off;
@@ -135,25 +184,71 @@ int16_t PageFree(NtxState* st, uint32_t offset) {
   KX_TRY(PageGet(st, offset, true));
   Wr32(st->page, FreeHead(st));
   KX_TRY(PagePut(st, offset));
+  // A free page is not kept: only tree pages are cached.
+  Drop(st, st->mru);
   Wr32(st->header + 8, offset);
   KX_TRY(WriteHeader(st, 8, 4));
   return 0;
 }
 
 void MarkChanged(NtxState* st, uint32_t offset) {
-  for (int i = 0; i < st->inUse; ++i)
-    if (st->cache[i].offset == offset) st->cache[i].flags |= kChanged;
+  int i = Find(st, offset);
+  if (i >= 0) SetChanged(st, st->cache[i]);
 }
 
 void CacheReset(NtxState* st) {
-  for (int i = 0; i < st->cacheCapacity && i < kCacheCapacity; ++i) {
-    st->cache[i].offset = 0;
-    st->cache[i].flags = 0;
+  for (int i = 0; i < kCacheCapacity; ++i) st->buckets[i] = -1;
+  for (int i = 0; i < st->buffers; ++i) {
+    CacheEntry& e = st->cache[i];
+    e.offset = 0;
+    e.flags = 0;
+    e.prev = -1;
+    e.hnext = -1;
+    e.next = int16_t(i + 1 < st->buffers ? i + 1 : -1);
   }
+  st->freeEntry = int16_t(st->buffers > 0 ? 0 : -1);
+  st->mru = st->lru = -1;
+  st->changed = 0;
   st->inUse = 0;
   st->depth = -1;
   st->page = nullptr;
   st->pageOffset = 0;
+}
+
+// At the start of a call that finds every buffer holding a page of an
+// index larger than the cache: twice the buffers, up to kCacheCapacity.
+// The new buffers go on the free list; the cached pages stay.
+static void Grow(NtxState* st) {
+  if (st->freeEntry >= 0 || st->buffers >= kCacheCapacity || !st->pagesLocked) return;
+  if (st->fileLength / kPage <= uint32_t(st->buffers) + 1) return;
+  int count = st->buffers * 2;
+  if (count > kCacheCapacity) count = kCacheCapacity;
+  MemUnlock(st->pagesBlock);
+  st->pagesLocked = 0;
+  const bool grown = MemRealloc(&st->pagesBlock, kPage * uint32_t(count)) == 0;
+  if (!grown) SetStatus(0);  // logged; the cache stays as it is
+  void* p = nullptr;
+  if (MemLock(&p, st->pagesBlock) < 0) {
+    // Without the buffers nothing cached can be used.
+    st->pagesAt = nullptr;
+    st->buffers = 0;
+    st->kept = 0;
+    CacheReset(st);
+    return;
+  }
+  st->pagesLocked = 1;
+  st->pagesAt = static_cast<uint8_t*>(p);
+  if (st->mru >= 0) Publish(st);
+  if (!grown) return;
+  for (int i = count - 1; i >= st->buffers; --i) {
+    CacheEntry& e = st->cache[i];
+    e.offset = 0;
+    e.flags = 0;
+    e.prev = e.hnext = -1;
+    e.next = st->freeEntry;
+    st->freeEntry = int16_t(i);
+  }
+  st->buffers = int16_t(count);
 }
 
 int16_t RefreshHeader(NtxState* st) {
@@ -182,21 +277,20 @@ int16_t BeginCall(NtxState* st) {
       return KX_FAIL(s);
     }
   }
-  if (st->kept && std::memcmp(now, st->header + 2, sizeof now) == 0) return 0;
-  st->kept = 0;
-  CacheReset(st);
-  std::memcpy(st->header + 2, now, sizeof now);
-  KX_TRY(Hlen(st->fs.file, &st->fileLength));
+  if (!st->kept || std::memcmp(now, st->header + 2, sizeof now) != 0) {
+    st->kept = 0;
+    CacheReset(st);
+    std::memcpy(st->header + 2, now, sizeof now);
+    KX_TRY(Hlen(st->fs.file, &st->fileLength));
+  }
+  Grow(st);
+  if (st->buffers < kMinPageBuffers) return KX_FAIL(KX_ERR_MEMLOCK);
   return 0;
 }
 
 void EndCall(NtxState* st, int16_t status, bool keepPosition) {
-  bool clean = status >= 0;
-  // Only the operations that change the tree (which keep no position) can
-  // leave a changed page behind.
-  for (int i = 0; clean && !keepPosition && i < st->inUse; ++i)
-    if (st->cache[i].flags & kChanged) clean = false;
-  if (!clean) {
+  // A changed page still in the cache (not yet in the file) drops them all.
+  if (status < 0 || st->changed != 0) {
     st->kept = 0;
     CacheReset(st);
     return;

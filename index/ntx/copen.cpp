@@ -48,7 +48,8 @@ void FreeBlocks(NtxState* st) {
     void* p = st->pagesLocked ? st->pagesAt : nullptr;
     MemRelease(&st->pagesBlock, &p);
     st->pagesLocked = 0;
-    for (int i = 0; i < kPageBuffers; ++i) st->cache[i].buffer = nullptr;
+    st->pagesAt = nullptr;
+    st->buffers = 0;
   }
   void* p = st->cache;
   MemRelease(&st->cacheBlock, &p);
@@ -57,6 +58,7 @@ void FreeBlocks(NtxState* st) {
   p = st->key;
   MemRelease(&st->keyBlock, &p);
   st->cache = nullptr;
+  st->buckets = nullptr;
   st->stack = nullptr;
   st->key = nullptr;
 }
@@ -85,9 +87,11 @@ int16_t OpenBody(NtxState* st, const char* name, uint16_t mode, int16_t h, bool*
   st->key = static_cast<uint8_t*>(p);
   KX_TRY(MemAllocLocked(&st->stackBlock, &p, uint32_t(sizeof(StackEntry) * size_t(st->stackCapacity))));
   st->stack = static_cast<StackEntry*>(p);
-  KX_TRY(MemAllocLocked(&st->cacheBlock, &p, uint32_t(sizeof(CacheEntry) * kCacheCapacity)));
+  // The cache table: the entries, then the hash chain heads.
+  KX_TRY(MemAllocLocked(&st->cacheBlock, &p,
+                        uint32_t((sizeof(CacheEntry) + sizeof(int16_t)) * kCacheCapacity)));
   st->cache = static_cast<CacheEntry*>(p);
-  st->cacheCapacity = kCacheCapacity;
+  st->buckets = reinterpret_cast<int16_t*>(st->cache + kCacheCapacity);
   st->buffers = 0;
   // One block for every buffer; a smaller one when memory is short.
   int count = kPageBuffers;
@@ -95,12 +99,6 @@ int16_t OpenBody(NtxState* st, const char* name, uint16_t mode, int16_t h, bool*
     if (count / 2 < kMinPageBuffers) return KX_FAIL(KX_ERR_NOMEM);
     SetStatus(0);  // logged; a smaller block follows
     count /= 2;
-  }
-  for (int i = 0; i < count; ++i) {
-    st->cache[i].block = st->pagesBlock;
-    st->cache[i].slot = uint16_t(i);
-    st->cache[i].buffer = static_cast<uint8_t*>(p) + size_t(i) * kPage;
-    st->cache[i].offsets = st->cache[i].buffer + 2;
   }
   st->buffers = int16_t(count);
   st->pagesAt = static_cast<uint8_t*>(p);

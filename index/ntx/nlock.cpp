@@ -11,8 +11,6 @@ static void UnlockInner(HandleSlot& slot) {
   auto* st = static_cast<NtxState*>(slot.state);
   if (!st) return;
   if (st->cache) {
-    // The entries keep their buffer addresses: the next lock sets them again
-    // only if the block has moved.
     if (st->pagesLocked) MemUnlock(st->pagesBlock);
     st->pagesLocked = 0;
     MemUnlock(st->cacheBlock);
@@ -20,6 +18,7 @@ static void UnlockInner(HandleSlot& slot) {
   if (st->stack) MemUnlock(st->stackBlock);
   if (st->key) MemUnlock(st->keyBlock);
   st->cache = nullptr;
+  st->buckets = nullptr;
   st->stack = nullptr;
   st->key = nullptr;
   st->page = nullptr;
@@ -30,22 +29,16 @@ static int16_t LockInner(HandleSlot& slot) {
   void* p = nullptr;
   if (MemLock(&p, st->cacheBlock) < 0) goto fail;
   st->cache = static_cast<CacheEntry*>(p);
+  st->buckets = reinterpret_cast<int16_t*>(st->cache + kCacheCapacity);
   if (MemLock(&p, st->stackBlock) < 0) goto fail;
   st->stack = static_cast<StackEntry*>(p);
   if (MemLock(&p, st->keyBlock) < 0) goto fail;
   st->key = static_cast<uint8_t*>(p);
-  // The buffers share one block; each entry keeps its own part of it.
+  // The buffers share one block; entry i's buffer is its i-th page.
   if (st->buffers > 0) {
     if (MemLock(&p, st->pagesBlock) < 0) goto fail;
     st->pagesLocked = 1;
-    if (p != st->pagesAt) {
-      st->pagesAt = static_cast<uint8_t*>(p);
-      for (int i = 0; i < st->buffers; ++i) {
-        CacheEntry& e = st->cache[i];
-        e.buffer = st->pagesAt + size_t(e.slot) * kPage;
-        e.offsets = e.buffer + 2;
-      }
-    }
+    st->pagesAt = static_cast<uint8_t*>(p);
   }
   return 0;
 fail:

@@ -15,17 +15,17 @@ constexpr int kExprOffset = 22;
 constexpr int kExprSize = 256;
 constexpr int kUniqueOffset = 278;
 // Page buffers, all in one memory block (NtxState::pagesBlock): enough for
-// the upper levels of large trees to stay cached between calls.
-constexpr int kCacheCapacity = 64;  // room in the cache table
-constexpr int kPageBuffers = 64;    // buffers allocated when memory allows
-constexpr int kMinPageBuffers = 3;  // fewer than this and the open fails
+// the upper levels of large trees to stay cached between calls. The block
+// starts at kPageBuffers and doubles, at the start of a call that finds
+// every buffer in use, up to kCacheCapacity: small indexes stay small.
+constexpr int kCacheCapacity = 1024;  // room in the cache table (a power of two)
+constexpr int kPageBuffers = 64;      // buffers allocated at open when memory allows
+constexpr int kMinPageBuffers = 3;    // fewer than this and the open fails
 constexpr int kMaxKeyLength = 100;
 constexpr int kNameSize = 261;
 
 // Cache entry flags.
 constexpr uint8_t kChanged = 0x02;
-constexpr uint8_t kLocked = 0x04;
-constexpr uint8_t kHolds = 0x20;
 
 // Little-endian field access.
 inline uint16_t Rd16(const uint8_t* p) { return uint16_t(p[0] | p[1] << 8); }
@@ -60,13 +60,16 @@ inline int16_t StackDepthFor(unsigned half) {
   return d;
 }
 
+// Entry i of the cache table owns buffer i of the pages block. Entries in
+// use are on a most-recently-used list and in a hash chain by page offset;
+// the others are on a free list (through `next`).
 struct CacheEntry {
-  uint32_t offset;     // page file offset, 0 = empty
-  uint8_t* offsets;    // the page's offsets table (buffer + 2)
-  KXBLOCK block;       // the block of every buffer (NtxState::pagesBlock)
-  uint8_t* buffer;     // this entry's 1024 bytes in it, while locked
+  uint32_t offset;  // page file offset, 0 = empty
+  int16_t prev;     // toward the most recently used, -1 = none
+  int16_t next;     // toward the least recently used, -1 = none
+  int16_t hnext;    // next entry in the same hash chain, -1 = none
   uint8_t flags;
-  uint16_t slot;       // which 1024 bytes of the block are this entry's
+  uint8_t unused;
 };
 
 struct StackEntry {
@@ -80,14 +83,17 @@ struct NtxState {
   uint8_t header[kHeaderCopy];
   int8_t reserved;
   KXBLOCK cacheBlock;
-  CacheEntry* cache;
+  CacheEntry* cache;        // kCacheCapacity entries, then the hash chain heads
+  int16_t* buckets;         // kCacheCapacity chain heads, -1 = none
+  int16_t mru, lru;         // ends of the most-recently-used list
+  int16_t freeEntry;        // first entry on the free list, -1 = none
+  int16_t changed;          // entries holding a changed page
   KXBLOCK stackBlock;
   StackEntry* stack;
   uint32_t curRecord;       // record number of the current key, 0 = none
   KXBLOCK keyBlock;
   uint8_t* key;             // the current key, key length + 1 bytes
   int16_t buffers;          // page buffers allocated
-  int16_t cacheCapacity;
   int16_t inUse;            // cache entries holding a page
   int16_t depth;            // current depth in the stack, -1 = none
   uint16_t flush;           // every write is flushed
@@ -102,7 +108,7 @@ struct NtxState {
   uint16_t decimals;
   uint8_t unique;
   int16_t stackCapacity;
-  // The page being worked on (cache entry 0).
+  // The page being worked on (the most recently used entry).
   uint8_t* page;
   uint32_t pageOffset;
   // The last call left its cached pages (and, for navigation, its position)
@@ -164,10 +170,11 @@ void FormatPage(uint8_t* pg, uint16_t maxKeys, uint16_t itemSize);
 bool PageSane(const NtxState* st, const uint8_t* pg);
 
 // ---- Page cache (cache.cpp) ----------------------------------------------
-// Makes the page at `offset` current (cache entry 0, st->page), reading it
-// when it is not cached. `raw` skips the layout check (free pages).
+// Makes the page at `offset` current (the most recently used entry,
+// st->page), reading it when it is not cached. `raw` skips the layout check (free pages).
 int16_t PageGet(NtxState* st, uint32_t offset, bool raw = false);
-// Writes a cached page at once and frees its cache entry.
+// Writes a cached page at once. It stays cached: the file holds the same
+// bytes now, so the next call that needs it does not read it again.
 int16_t PagePut(NtxState* st, uint32_t offset);
 // A new formatted current page, from the free list or the end of the file.
 int16_t PageAllocate(NtxState* st, uint32_t* offset);
