@@ -100,9 +100,6 @@ inline bool RecordOffset(const DbfState* st, uint32_t recno, uint32_t* off) {
 inline char Upper(char c) { return (c >= 'a' && c <= 'z') ? char(c - 'a' + 'A') : c; }
 
 // ---- Shared routines ----------------------------------------------------------
-// Block locking around each call (registered with the core).
-int16_t LockInner(HandleSlot& slot);
-void UnlockInner(HandleSlot& slot);
 // Frees the state's blocks (not the state itself). Safe on partial states.
 void FreeBlocks(DbfState* st);
 // Registers the family with the core (close routine for KXDTERM).

@@ -1,18 +1,12 @@
-// The DBF slot lock's inner part: the table's blocks are locked around each
-// call and their addresses refreshed; the family's close for KXDTERM.
+// The table's blocks and the family's close for KXDTERM. The inner blocks
+// (fields, record, I/O buffer, locked-record list) are locked when the table
+// is opened and stay locked, at the addresses kept in the state, until it is
+// closed: the slot lock has no inner part.
 #include "dbf/dbf.h"
 
 namespace rv::dbf {
 
 namespace {
-
-int16_t LockOne(KXBLOCK block, void** address) {
-  if (!block) {
-    *address = nullptr;
-    return 0;
-  }
-  return MemLock(address, block);
-}
 
 // KXDTERM's close: the regular close, and when that cannot finish (a file
 // that cannot be reopened, a failed date write) the handle is dropped all
@@ -35,44 +29,6 @@ int16_t CloseForTerm(int16_t handle) {
 
 }  // namespace
 
-int16_t LockInner(HandleSlot& slot) {
-  auto* st = static_cast<DbfState*>(slot.state);
-  void* p = nullptr;
-  int16_t s = LockOne(st->fieldBlock, &p);
-  if (s < 0) return s;
-  st->fields = static_cast<Field*>(p);
-  s = LockOne(st->recBlock, &p);
-  if (s < 0) {
-    MemUnlock(st->fieldBlock);
-    return s;
-  }
-  st->rec = static_cast<uint8_t*>(p);
-  s = LockOne(st->ioBlock, &p);
-  if (s < 0) {
-    MemUnlock(st->recBlock);
-    MemUnlock(st->fieldBlock);
-    return s;
-  }
-  st->io = static_cast<uint8_t*>(p);
-  s = LockOne(st->lockBlock, &p);
-  if (s < 0) {
-    MemUnlock(st->ioBlock);
-    MemUnlock(st->recBlock);
-    MemUnlock(st->fieldBlock);
-    return s;
-  }
-  st->locks = static_cast<uint32_t*>(p);
-  return 0;
-}
-
-void UnlockInner(HandleSlot& slot) {
-  auto* st = static_cast<DbfState*>(slot.state);
-  if (st->lockBlock) MemUnlock(st->lockBlock);
-  if (st->ioBlock) MemUnlock(st->ioBlock);
-  if (st->recBlock) MemUnlock(st->recBlock);
-  if (st->fieldBlock) MemUnlock(st->fieldBlock);
-}
-
 void FreeBlocks(DbfState* st) {
   void* p = st->locks;
   MemRelease(&st->lockBlock, &p);
@@ -88,6 +44,6 @@ void FreeBlocks(DbfState* st) {
   st->io = nullptr;
 }
 
-void Register() { RegisterFamily(KX_KIND_DBF, {LockInner, UnlockInner, CloseForTerm}); }
+void Register() { RegisterFamily(KX_KIND_DBF, {nullptr, nullptr, CloseForTerm}); }
 
 }  // namespace rv::dbf

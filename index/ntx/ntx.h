@@ -115,8 +115,8 @@ struct NtxState {
   // valid for the header bytes 2..11 in the copy.
   uint8_t kept;
   KXBLOCK pagesBlock;       // every page buffer, kPage bytes each
-  uint8_t* pagesAt;         // the address the entries' buffers were set for
-  uint8_t pagesLocked;      // pagesBlock is locked for this call
+  uint8_t* pagesAt;         // the buffers' address (entry i's buffer is page i)
+  uint8_t pagesLocked;      // pagesBlock is locked (from the open to the close)
 };
 
 // ---- Header fields --------------------------------------------------------
