@@ -55,8 +55,8 @@ class NtxFormat : public testutil::EngineTest {
   }
   // A shared handle (the test reads the file while it is open) on a
   // 10-byte index holding K(from)..K(to) with records i + 1.
-  void Open(int from, int to, uint16_t type = 'C') {
-    path = Make("t.ntx", type, "KEY", 10);
+  void Open(int from, int to) {
+    path = Make("t.ntx", 'C', "KEY", 10);
     ASSERT_EQ(KXDCOPENX(&h, path.c_str(), 0x400), 0);
     for (int i = from; i <= to; ++i) ASSERT_EQ(KXDCKADD(h, K(i).c_str(), uint32_t(i + 1)), 0);
   }
@@ -118,12 +118,7 @@ TEST_F(NtxFormat, FreshFileThenSplitMergeAndReuse) {
 
 TEST_F(NtxFormat, CreateChecks) {
   const std::string p = dir.file("a.ntx"), longExpr(256, 'A'), blanks = std::string(255, 'A') + "   ";
-  struct {
-    const char* file;
-    uint16_t type;
-    const char* expr;
-    int16_t len, dec, status;
-  } cases[] = {
+  struct { const char* file; uint16_t type; const char* expr; int16_t len, dec, status; } cases[] = {
       {nullptr, 'C', "NAME", 10, 0, -21},  {p.c_str(), 'C', nullptr, 10, 0, -21},
       {p.c_str(), 'C', longExpr.c_str(), 10, 0, -7}, {p.c_str(), 'C', blanks.c_str(), 10, 0, 0},
       {p.c_str(), 'X', "NAME", 10, 0, -22}, {p.c_str(), 'C', "NAME", 0, 0, -23},
@@ -145,12 +140,7 @@ TEST_F(NtxFormat, CreateChecks) {
 TEST_F(NtxFormat, OpenChecks) {
   const std::string good = Make("g.ntx", 'C', "NAME", 10), bad = dir.file("bad.ntx");
   const auto fresh = ReadBytes(good);
-  struct {
-    size_t off;
-    int width;
-    uint32_t value;
-    int16_t status;
-  } cases[] = {
+  struct { size_t off; int width; uint32_t value; int16_t status; } cases[] = {
       {14, 2, 0, -23},   {14, 2, 101, -23},  {12, 2, 17, -24}, {4, 4, 512, -25},    {4, 4, 2048, -25},
       {4, 4, 1500, -25}, {18, 2, 48, -26},   {20, 2, 24, -44}, {22, 256, 'A', -7},  // no terminator
   };
@@ -241,11 +231,7 @@ TEST_F(NtxFormat, CorruptPagesGiveAStatus) {
   EXPECT_EQ(KXDCCLOSE(h), 0);
   const auto good = ReadBytes(path);
   const uint32_t item = 3072 + Le16(good, 3074);  // the root's first item
-  struct {
-    size_t off;
-    uint32_t value;
-    int16_t status;
-  } cases[] = {
+  struct { size_t off; uint32_t value; int16_t status; } cases[] = {
       {3072, 51, -6},              // root key count above the maximum
       {3074, 1020, -6},            // item offset past the page
       {3074, 10, -6},              // item inside the offsets table
@@ -274,9 +260,8 @@ TEST_F(NtxFormat, TwoHandlesAndTheCurrentKey) {
   // Keys deleted through the second handle under the first's current key:
   // cur gives the greatest key below (4), next the key that followed, prev
   // the one before; with nothing below, next gives 4 and the first key.
-  struct {
-    int at, from, to, move, status, want;
-  } cases[] = {{100, 100, 100, 0, 4, 99}, {150, 140, 160, 1, 0, 161}, {170, 170, 170, 2, 0, 169}, {0, 0, 0, 1, 4, 1}};
+  struct { int at, from, to, move, status, want; } cases[] = {
+      {100, 100, 100, 0, 4, 99}, {150, 140, 160, 1, 0, 161}, {170, 170, 170, 2, 0, 169}, {0, 0, 0, 1, 4, 1}};
   for (const auto& c : cases) {
     std::strcpy(key, K(c.at).c_str());
     ASSERT_EQ(KXDCKFIND(h, key, &rec, 1), 0);

@@ -105,8 +105,8 @@ void NtxModel::Go(const Case& c) {
     before = std::move(r);
   };
 
-  for (int step = 0; step < c.ops && !HasFatalFailure(); ++step) {
-    SCOPED_TRACE(step);
+  int step = 0;
+  for (; step < c.ops && !HasFatalFailure(); ++step) {
     const uint32_t dice = live.empty() ? 0 : Rand(100);
     if (dice < (step / c.swing % 2 == 0 ? 60u : 10u)) {
       double v = 0;
@@ -169,6 +169,10 @@ void NtxModel::Go(const Case& c) {
       ASSERT_EQ(rec, it->second);
     }
     if (!c.eachChange && step % 1000 == 999) check(false);
+  }
+  if (HasFatalFailure()) {
+    ADD_FAILURE() << "at step " << step - 1;
+    return;
   }
   check(false);
   if (c.eachChange) {
