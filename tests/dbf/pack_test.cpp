@@ -2,6 +2,7 @@
 // refusals that change nothing, and packs killed at random moments.
 #include <algorithm>
 #include <random>
+#include <tuple>
 
 #include "core/kxcore.h"
 #include "dbfutil.h"
