@@ -25,8 +25,10 @@ static bool ValidOffset(const NtxState* st, uint32_t offset) {
 }
 
 static inline uint8_t* BufferOf(const NtxState* st, int i) { return st->pagesAt + size_t(i) * kPage; }
+// As many chains as buffers (a power of two): pages that follow each other
+// in the file fall into different chains.
 static inline int16_t& ChainOf(NtxState* st, uint32_t offset) {
-  return st->buckets[(offset / kPage) & (kCacheCapacity - 1)];
+  return st->buckets[(offset / kPage) & uint32_t(st->buffers - 1)];
 }
 
 static int Find(NtxState* st, uint32_t offset) {
@@ -197,7 +199,7 @@ void MarkChanged(NtxState* st, uint32_t offset) {
 }
 
 void CacheReset(NtxState* st) {
-  for (int i = 0; i < kCacheCapacity; ++i) st->buckets[i] = -1;
+  for (int i = 0; i < st->buffers; ++i) st->buckets[i] = -1;
   for (int i = 0; i < st->buffers; ++i) {
     CacheEntry& e = st->cache[i];
     e.offset = 0;
@@ -215,40 +217,66 @@ void CacheReset(NtxState* st) {
   st->pageOffset = 0;
 }
 
+// Locks `block` again after it was unlocked (and perhaps moved).
+static void* Relock(KXBLOCK block) {
+  void* p = nullptr;
+  return MemLock(&p, block) < 0 ? nullptr : p;
+}
+
 // At the start of a call that finds every buffer holding a page of an
-// index larger than the cache: twice the buffers, up to kCacheCapacity.
-// The new buffers go on the free list; the cached pages stay.
+// index larger than the cache: twice the buffers and table entries, up to
+// kCacheCapacity. The new buffers go on the free list; the cached pages
+// stay and are chained again by the new table size.
 static void Grow(NtxState* st) {
   if (st->freeEntry >= 0 || st->buffers >= kCacheCapacity || !st->pagesLocked) return;
   if (st->fileLength / kPage <= uint32_t(st->buffers) + 1) return;
-  int count = st->buffers * 2;
-  if (count > kCacheCapacity) count = kCacheCapacity;
+  const int old = st->buffers;
+  const int count = old * 2 > kCacheCapacity ? kCacheCapacity : old * 2;
   MemUnlock(st->pagesBlock);
-  st->pagesLocked = 0;
-  const bool grown = MemRealloc(&st->pagesBlock, kPage * uint32_t(count)) == 0;
+  bool grown = MemRealloc(&st->pagesBlock, kPage * uint32_t(count)) == 0;
+  void* pages = Relock(st->pagesBlock);
+  MemUnlock(st->cacheBlock);
+  if (grown && pages)
+    grown = MemRealloc(&st->cacheBlock, TableBytes(count)) == 0;
+  void* table = Relock(st->cacheBlock);
   if (!grown) SetStatus(0);  // logged; the cache stays as it is
-  void* p = nullptr;
-  if (MemLock(&p, st->pagesBlock) < 0) {
-    // Without the buffers nothing cached can be used.
-    st->pagesAt = nullptr;
+  if (!pages || !table) {
+    // Without its blocks the cache cannot be used; the calls fail.
+    st->pagesLocked = pages ? 1 : 0;
+    st->pagesAt = static_cast<uint8_t*>(pages);
+    st->cache = static_cast<CacheEntry*>(table);
+    st->buckets = nullptr;
     st->buffers = 0;
+    st->inUse = 0;
     st->kept = 0;
-    CacheReset(st);
+    st->mru = st->lru = st->freeEntry = -1;
+    st->changed = 0;
+    st->depth = -1;
+    st->page = nullptr;
     return;
   }
-  st->pagesLocked = 1;
-  st->pagesAt = static_cast<uint8_t*>(p);
-  if (st->mru >= 0) Publish(st);
-  if (!grown) return;
-  for (int i = count - 1; i >= st->buffers; --i) {
-    CacheEntry& e = st->cache[i];
-    e.offset = 0;
-    e.flags = 0;
-    e.prev = e.hnext = -1;
-    e.next = st->freeEntry;
-    st->freeEntry = int16_t(i);
+  st->pagesAt = static_cast<uint8_t*>(pages);
+  st->cache = static_cast<CacheEntry*>(table);
+  st->buckets = reinterpret_cast<int16_t*>(st->cache + (grown ? count : old));
+  if (grown) {
+    st->buffers = int16_t(count);
+    for (int i = 0; i < count; ++i) st->buckets[i] = -1;
+    for (int i = 0; i < old; ++i) {
+      CacheEntry& e = st->cache[i];
+      if (e.offset == 0) continue;
+      e.hnext = ChainOf(st, e.offset);
+      ChainOf(st, e.offset) = int16_t(i);
+    }
+    for (int i = count - 1; i >= old; --i) {
+      CacheEntry& e = st->cache[i];
+      e.offset = 0;
+      e.flags = 0;
+      e.prev = e.hnext = -1;
+      e.next = st->freeEntry;
+      st->freeEntry = int16_t(i);
+    }
   }
-  st->buffers = int16_t(count);
+  if (st->mru >= 0) Publish(st);
 }
 
 int16_t RefreshHeader(NtxState* st) {

@@ -16,7 +16,7 @@ KXEXPORT int16_t KXAPI KXDCCLOSE(int16_t handle) {
   }
   KX_TRY(CloseOsFile(st->fs.file));
   // Free the inner blocks (freeing undoes their locks); the slot goes last.
-  if (st->buffers > 0) MemFree(st->pagesBlock);  // every buffer's block
+  if (st->pagesBlock) MemFree(st->pagesBlock);  // every buffer's block
   MemFree(st->cacheBlock);
   MemFree(st->stackBlock);
   MemFree(st->keyBlock);

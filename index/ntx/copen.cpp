@@ -88,10 +88,8 @@ int16_t OpenBody(NtxState* st, const char* name, uint16_t mode, int16_t h, bool*
   KX_TRY(MemAllocLocked(&st->stackBlock, &p, uint32_t(sizeof(StackEntry) * size_t(st->stackCapacity))));
   st->stack = static_cast<StackEntry*>(p);
   // The cache table: the entries, then the hash chain heads.
-  KX_TRY(MemAllocLocked(&st->cacheBlock, &p,
-                        uint32_t((sizeof(CacheEntry) + sizeof(int16_t)) * kCacheCapacity)));
+  KX_TRY(MemAllocLocked(&st->cacheBlock, &p, TableBytes(kPageBuffers)));
   st->cache = static_cast<CacheEntry*>(p);
-  st->buckets = reinterpret_cast<int16_t*>(st->cache + kCacheCapacity);
   st->buffers = 0;
   // One block for every buffer; a smaller one when memory is short.
   int count = kPageBuffers;
@@ -101,6 +99,7 @@ int16_t OpenBody(NtxState* st, const char* name, uint16_t mode, int16_t h, bool*
     count /= 2;
   }
   st->buffers = int16_t(count);
+  st->buckets = reinterpret_cast<int16_t*>(st->cache + count);
   st->pagesAt = static_cast<uint8_t*>(p);
   st->pagesLocked = 1;
   CacheReset(st);

@@ -15,11 +15,12 @@ constexpr int kExprOffset = 22;
 constexpr int kExprSize = 256;
 constexpr int kUniqueOffset = 278;
 // Page buffers, all in one memory block (NtxState::pagesBlock): enough for
-// the upper levels of large trees to stay cached between calls. The block
-// starts at kPageBuffers and doubles, at the start of a call that finds
-// every buffer in use, up to kCacheCapacity: small indexes stay small.
-constexpr int kCacheCapacity = 1024;  // room in the cache table (a power of two)
-constexpr int kPageBuffers = 64;      // buffers allocated at open when memory allows
+// the upper levels of large trees to stay cached between calls. The buffers
+// (and the cache table with them) start at kPageBuffers and double, at the
+// start of a call that finds every buffer in use, up to kCacheCapacity:
+// small indexes and many open handles cost little memory.
+constexpr int kCacheCapacity = 4096;  // most buffers (a power of two)
+constexpr int kPageBuffers = 64;      // buffers at open when memory allows (a power of two)
 constexpr int kMinPageBuffers = 3;    // fewer than this and the open fails
 constexpr int kMaxKeyLength = 100;
 constexpr int kNameSize = 261;
@@ -83,8 +84,8 @@ struct NtxState {
   uint8_t header[kHeaderCopy];
   int8_t reserved;
   KXBLOCK cacheBlock;
-  CacheEntry* cache;        // kCacheCapacity entries, then the hash chain heads
-  int16_t* buckets;         // kCacheCapacity chain heads, -1 = none
+  CacheEntry* cache;        // an entry per buffer, then the hash chain heads
+  int16_t* buckets;         // a chain head per buffer, -1 = none
   int16_t mru, lru;         // ends of the most-recently-used list
   int16_t freeEntry;        // first entry on the free list, -1 = none
   int16_t changed;          // entries holding a changed page
@@ -170,6 +171,11 @@ void FormatPage(uint8_t* pg, uint16_t maxKeys, uint16_t itemSize);
 bool PageSane(const NtxState* st, const uint8_t* pg);
 
 // ---- Page cache (cache.cpp) ----------------------------------------------
+// Bytes of the cache table for `buffers` page buffers: the entries, then
+// the hash chain heads.
+inline uint32_t TableBytes(int buffers) {
+  return uint32_t((sizeof(CacheEntry) + sizeof(int16_t)) * size_t(buffers));
+}
 // Makes the page at `offset` current (the most recently used entry,
 // st->page), reading it when it is not cached. `raw` skips the layout check (free pages).
 int16_t PageGet(NtxState* st, uint32_t offset, bool raw = false);
