@@ -1,14 +1,24 @@
 // Helpers for the DBF tests: field records, tables made byte by byte from
-// the format definition, today's header date.
+// the format definition or through the engine, today's header date, and
+// worker processes sharing a table.
 #pragma once
 
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "testutil.h"
+#if defined(_WIN32)
+#include <windows.h>
+#else
+#include <signal.h>
+#include <spawn.h>
+extern char** environ;
+#endif
 
 // A failing call's status, then cleared so that it does not block the next call.
 #define EXPECT_FAIL(call, code) \
@@ -41,21 +51,19 @@ struct RawField {
 };
 inline std::vector<uint8_t> RawTable(uint8_t version, const std::vector<RawField>& fields,
                                      const std::vector<std::string>& records) {
-  const size_t headerLen = 32 + 32 * fields.size() + 1;
+  const size_t headerLen = 32 + 32 * fields.size() + 1, n = records.size();
   size_t recLen = 1;
   for (auto& f : fields) recLen += f.len;
   std::vector<uint8_t> b(headerLen, 0);
-  const size_t n = records.size();
   const uint8_t head[12] = {version, 124, 5, 17, uint8_t(n), uint8_t(n >> 8), uint8_t(n >> 16),
                             uint8_t(n >> 24), uint8_t(headerLen), uint8_t(headerLen >> 8),
                             uint8_t(recLen), uint8_t(recLen >> 8)};
   std::memcpy(b.data(), head, sizeof head);
   for (size_t i = 0; i < fields.size(); ++i) {
-    uint8_t* d = &b[32 + 32 * i];
-    std::memcpy(d, fields[i].name.data(), fields[i].name.size());
-    d[11] = uint8_t(fields[i].type);
-    d[16] = fields[i].len;
-    d[17] = fields[i].dec;
+    std::memcpy(&b[32 + 32 * i], fields[i].name.data(), fields[i].name.size());
+    b[32 + 32 * i + 11] = uint8_t(fields[i].type);
+    b[32 + 32 * i + 16] = fields[i].len;
+    b[32 + 32 * i + 17] = fields[i].dec;
   }
   b.back() = 0x0D;
   for (auto r : records) {
@@ -66,7 +74,86 @@ inline std::vector<uint8_t> RawTable(uint8_t version, const std::vector<RawField
   return b;
 }
 
+// Appends rows of field texts, stored as they stand, through an open handle.
+inline void AppendRows(int16_t h, const std::vector<std::vector<std::string>>& rows) {
+  for (auto& row : rows) {
+    uint32_t n = 0;
+    ASSERT_EQ(KXDDRCLEAR(h), 0);
+    for (size_t i = 0; i < row.size(); ++i) ASSERT_EQ(KXDDFPUTS(h, int16_t(i), row[i].c_str()), 0) << row[i];
+    ASSERT_EQ(KXDDRPUT(h, &n, 0), 0);
+  }
+}
+
+// Creates a table through the engine with the rows appended and the listed
+// records deleted.
+inline void MakeTable(const std::string& path, std::vector<KXDBFFIELD> fl, uint16_t mode,
+                      const std::vector<std::vector<std::string>>& rows, const std::vector<uint32_t>& deleted = {}) {
+  int16_t h = -1;
+  ASSERT_EQ(KXDDCREATE(path.c_str(), int16_t(fl.size()), fl.data(), mode), 0);
+  ASSERT_EQ(KXDDOPENX(&h, path.c_str(), mode & 0xFF), 0);
+  AppendRows(h, rows);
+  for (uint32_t r : deleted) EXPECT_EQ(KXDDRDEL(h, r), 0);
+  ASSERT_EQ(KXDDCLOSE(h), 0);
+}
+
 // Runs a shell command (the peer programs).
 inline int Shell(const std::string& cmd) { return std::system(cmd.c_str()); }
+
+// The worker program sharing tables with the lock and pack tests; id 0
+// when it could not be started.
+struct Child {
+  intptr_t id = 0;
+};
+
+inline Child Start(std::vector<std::string> args) {
+  const std::string program = DBFWORKER_PATH;
+  args.insert(args.begin(), program);
+#if defined(_WIN32)
+  for (auto& a : args) a = "\"" + a + "\"";
+#endif
+  std::vector<char*> argv;
+  for (auto& a : args) argv.push_back(a.data());
+  argv.push_back(nullptr);
+#if defined(_WIN32)
+  intptr_t h = _spawnv(_P_NOWAIT, program.c_str(), argv.data());
+  return Child{h == -1 ? 0 : h};
+#else
+  pid_t pid = 0;
+  return Child{posix_spawn(&pid, program.c_str(), nullptr, nullptr, argv.data(), environ) == 0 ? pid : 0};
+#endif
+}
+
+// Ends the worker at once, as a crash would.
+inline void Kill(const Child& c) {
+#if defined(_WIN32)
+  if (c.id) TerminateProcess(reinterpret_cast<HANDLE>(c.id), 9);
+#else
+  if (c.id) kill(pid_t(c.id), SIGKILL);
+#endif
+}
+
+// The worker's exit code, -1 when it was killed. The worker bounds its own
+// waits, so this wait ends.
+inline int Wait(Child& c) {
+  intptr_t id = c.id;
+  c.id = 0;
+  int status = 0;
+#if defined(_WIN32)
+  if (!id || _cwait(&status, id, 0) == -1) return -1;
+  return status == 9 ? -1 : status;
+#else
+  if (!id || waitpid(pid_t(id), &status, 0) != pid_t(id)) return -1;
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+#endif
+}
+
+inline bool WaitForFile(const std::string& path, int seconds) {
+  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
+  while (!fs::exists(path)) {
+    if (std::chrono::steady_clock::now() > end) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+  }
+  return true;
+}
 
 }  // namespace dbftest

@@ -5,7 +5,7 @@
 #include <set>
 
 #include "dbfutil.h"
-#include "lock_procs.h"
+
 
 using namespace dbftest;
 
@@ -23,10 +23,10 @@ class DbfLockProcs : public EngineTest {
   }
   // Starts a worker that takes a lock and keeps it until its file `tag`.go
   // appears; *report gets "flag status lockOffset".
-  lockproc::Child Hold(const std::string& tag, const char* job, uint32_t arg, std::string* report) {
+  Child Hold(const std::string& tag, const char* job, uint32_t arg, std::string* report) {
     const std::string ready = dir.file(tag + ".ready");
-    auto c = lockproc::Start({"hold", path, ready, dir.file(tag + ".go"), job, std::to_string(arg)});
-    EXPECT_TRUE(lockproc::WaitForFile(ready, 30));
+    auto c = Start({"hold", path, ready, dir.file(tag + ".go"), job, std::to_string(arg)});
+    EXPECT_TRUE(WaitForFile(ready, 30));
     std::getline(std::ifstream(ready), *report);
     return c;
   }
@@ -35,7 +35,7 @@ class DbfLockProcs : public EngineTest {
     WriteText(dir.file("once.go"), "");
     std::string report;
     auto c = Hold("once", job, arg, &report);
-    EXPECT_EQ(lockproc::Wait(c), 0);
+    EXPECT_EQ(Wait(c), 0);
     std::remove(dir.file("once.ready").c_str());
     return report.substr(0, report.find(' '));
   }
@@ -60,8 +60,8 @@ TEST_F(DbfLockProcs, RecordLockedByAnotherProcess) {
   EXPECT_EQ(Probe(kRec0 - 6), 37);  // a third program sees the bytes
   EXPECT_EQ(Probe(kRec0 - 4), 0);
   // Killed without unlocking: its lock goes with it.
-  lockproc::Kill(holder);
-  EXPECT_EQ(lockproc::Wait(holder), -1);
+  Kill(holder);
+  EXPECT_EQ(Wait(holder), -1);
   EXPECT_EQ(RLock(5, 7), 0);
   RLock(0, 6);
   EXPECT_EQ(Probe(kRec0 - 6), 0);
@@ -84,15 +84,15 @@ TEST_F(DbfLockProcs, ReaderSlotsOfTwoProcessesAndTheTestOfAThird) {
   ASSERT_EQ(RLock(1, 7), 0);  // a record held here keeps a new reader out
   EXPECT_EQ(Once("lock", 4), "100");
   RLock(1, 6);
-  lockproc::Kill(a);
-  EXPECT_EQ(lockproc::Wait(a), -1);
+  Kill(a);
+  EXPECT_EQ(Wait(a), -1);
   EXPECT_EQ(Once("lock", 5), "100");  // b still reads
   auto c = Hold("c", "lock", 4, &third);
   EXPECT_EQ(third, "0 0 " + std::to_string(0x7FFFFFFC));  // the freed slot
-  lockproc::Kill(b);
-  lockproc::Kill(c);
-  EXPECT_EQ(lockproc::Wait(b), -1);
-  EXPECT_EQ(lockproc::Wait(c), -1);
+  Kill(b);
+  Kill(c);
+  EXPECT_EQ(Wait(b), -1);
+  EXPECT_EQ(Wait(c), -1);
   EXPECT_EQ(Once("lock", 5), "0");
 }
 
@@ -104,13 +104,13 @@ TEST_F(DbfLockProcs, SoakOfAppendsAndUpdates) {
   const std::string soak = dir.file("soak.dbf");
   KXDBFFIELD fl[] = {F("WRITER", 'N', 3), F("SEQ", 'N', 6), F("TOUCH", 'N', 8), F("FILL", 'C', 20)};
   ASSERT_EQ(KXDDCREATE(soak.c_str(), 4, fl, 1), 0);
-  std::vector<lockproc::Child> workers;
+  std::vector<Child> workers;
   for (int w = 1; w <= kWriters; ++w)
-    workers.push_back(lockproc::Start({"append", soak, std::to_string(w), std::to_string(kEach),
+    workers.push_back(Start({"append", soak, std::to_string(w), std::to_string(kEach),
                                        std::to_string(1000 + w), dir.file("w" + std::to_string(w))}));
   long updates = 0;
   for (int w = 1; w <= kWriters; ++w) {
-    ASSERT_EQ(lockproc::Wait(workers[size_t(w - 1)]), 0) << "writer " << w;
+    ASSERT_EQ(Wait(workers[size_t(w - 1)]), 0) << "writer " << w;
     long n = -1;
     std::ifstream(dir.file("w" + std::to_string(w))) >> n;
     EXPECT_EQ(n, kEach / 3);  // every third append is followed by an update

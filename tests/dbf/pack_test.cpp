@@ -3,10 +3,11 @@
 #include <algorithm>
 #include <random>
 #include <tuple>
+#include <thread>
 
 #include "core/kxcore.h"
 #include "dbfutil.h"
-#include "lock_procs.h"
+
 
 using namespace dbftest;
 
@@ -35,19 +36,11 @@ class DbfPack : public EngineTest {
   // NAME C 8 (record length 9, header 65); records "R<n>", the listed
   // ones deleted; an old date, so that the new one shows.
   std::string Make(const std::string& name, int records, std::vector<uint32_t> deleted, uint16_t mode = 1) {
-    const std::string path = dir.file(name);
-    KXDBFFIELD fl[] = {F("NAME", 'C', 8)};
-    EXPECT_EQ(KXDDCREATE(path.c_str(), 1, fl, mode), 0);
-    int16_t x = Open(path, mode & 0xFF);
-    for (int i = 1; i <= records; ++i) {
-      uint32_t no = 0;
-      EXPECT_EQ(KXDDFPUT(x, 0, ("R" + std::to_string(i)).c_str()), 0);
-      EXPECT_EQ(KXDDRPUT(x, &no, 0), 0);
-    }
-    for (uint32_t r : deleted) EXPECT_EQ(KXDDRDEL(x, r), 0);
-    EXPECT_EQ(KXDDCLOSE(x), 0);
-    EXPECT_TRUE(PatchBytes(path, 1, {90, 1, 2}));
-    return path;
+    std::vector<std::vector<std::string>> rows;
+    for (int i = 1; i <= records; ++i) rows.push_back({"R" + std::to_string(i)});
+    MakeTable(dir.file(name), {F("NAME", 'C', 8)}, mode, rows, deleted);
+    EXPECT_TRUE(PatchBytes(dir.file(name), 1, {90, 1, 2}));
+    return dir.file(name);
   }
   int16_t Open(const std::string& path, uint16_t mode = 1 | 0x400) {
     int16_t x = -1;
@@ -174,17 +167,18 @@ TEST_F(DbfPack, KilledPackLeavesTheTableWhole) {
   };
   reset();
   const auto start = std::chrono::steady_clock::now();
-  ASSERT_EQ(lockproc::Run({"pack", path}), 0);  // how long a whole pack takes
+  Child whole = Start({"pack", path});
+  ASSERT_EQ(Wait(whole), 0);  // how long a whole pack takes
   const auto us = std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - start).count();
   ASSERT_TRUE(packedButDate(ReadBytes(path)));
   std::mt19937 rng(20240611);
   for (int round = 0; round < 12; ++round) {
     SCOPED_TRACE(round);
     reset();
-    lockproc::Child c = lockproc::Start({"pack", path});
+    Child c = Start({"pack", path});
     std::this_thread::sleep_for(std::chrono::microseconds(rng() % uint32_t(us + 1)));
-    lockproc::Kill(c);
-    const int rc = lockproc::Wait(c);
+    Kill(c);
+    const int rc = Wait(c);
     EXPECT_TRUE(rc == -1 || rc == 0) << rc;
     if (!fs::exists(path)) {
       ASSERT_EQ(ReadBytes(dir.file("big.BAK")), orig);

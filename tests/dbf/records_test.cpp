@@ -23,15 +23,6 @@ class DbfRecords : public EngineTest {
     EXPECT_EQ(KXDDOPENX(&h, path.c_str(), mode), 0);
     return h;
   }
-  void Append(int16_t h, const char* name, double qty, uint32_t expectNo) {
-    uint8_t t = 1;
-    uint32_t no = 0;
-    ASSERT_EQ(KXDDFPUT(h, 0, name), 0);
-    ASSERT_EQ(KXDDFPUT(h, 1, &qty), 0);
-    ASSERT_EQ(KXDDFPUT(h, 2, &t), 0);
-    ASSERT_EQ(KXDDRPUT(h, &no, 0), 0);
-    EXPECT_EQ(no, expectNo);
-  }
   // The file's bytes from record `first` on.
   std::string From(uint32_t first) {
     auto b = ReadBytes(path);
@@ -42,8 +33,7 @@ class DbfRecords : public EngineTest {
 
 TEST_F(DbfRecords, AppendUpdateDeleteAndRead) {
   int16_t h = Open();
-  Append(h, "ALPHA", 12, 1);
-  Append(h, "BETA", -3, 2);
+  AppendRows(h, {{"ALPHA", "  12", "T"}, {"BETA", "  -3", "T"}});
   EXPECT_EQ(From(1), " ALPHA   12T BETA    -3T\x1A");
   EXPECT_EQ(Le32(ReadBytes(path), 4), 2u);
   ASSERT_EQ(KXDDRGET(h, 1), 0);
@@ -72,6 +62,7 @@ TEST_F(DbfRecords, AppendUpdateDeleteAndRead) {
   EXPECT_EQ(KXDDRSTAT(h), 0);
   // An append never copies a mark; rewriting a record clears it.
   ASSERT_EQ(KXDDRPUT(h, &n, 0), 0);
+  EXPECT_EQ(n, 3u);
   n = 2;
   ASSERT_EQ(KXDDRPUT(h, &n, 256), 0);
   EXPECT_EQ(From(2), " BETA    -3T BETA    -3T\x1A");
@@ -86,7 +77,9 @@ TEST_F(DbfRecords, AppendUpdateDeleteAndRead) {
   EXPECT_EQ(KXDDCLOSE(h), 0);
   // Mode 7 ends an append with a whole record of end marks.
   h = Open(0x400 | 7);
-  Append(h, "C", 3, 4);
+  n = 0;
+  ASSERT_EQ(KXDDFPUTS(h, 0, "C") + KXDDFPUTS(h, 1, "   3") + KXDDFPUTS(h, 2, "T") + KXDDRPUT(h, &n, 0), 0);
+  EXPECT_EQ(n, 4u);
   EXPECT_EQ(From(4), " C        3T" + std::string(12, '\x1A'));
 }
 
@@ -130,14 +123,28 @@ TEST_F(DbfRecords, PackedRecordsFollowTheSlotLayout) {
   EXPECT_EQ(out[0] + out[24], '*');
 }
 
-TEST_F(DbfRecords, ReadOnlyExclusiveAndBadHandles) {
+// An exclusive open keeps every other open out; read-only refuses every
+// write; a quick close reopens on the next call, -46 when the file went.
+TEST_F(DbfRecords, ReadOnlyExclusiveQuickCloseAndBadHandles) {
   int16_t h = Open(1);
-  Append(h, "ONE", 1, 1);
+  AppendRows(h, {{"ONE", "   1", "T"}});
   for (uint16_t mode : {1, 0x400 | 1, 0x100 | 1, 0x100 | 0x400 | 1}) {
     int16_t other = 5;
     EXPECT_FAIL(KXDDOPENX(&other, path.c_str(), mode), KX_ERR_OPEN);
     EXPECT_EQ(other, -1) << mode;
   }
+  ASSERT_EQ(KXDQCLOSE(), 0);
+  ASSERT_TRUE(PatchBytes(path, 130, {'Z'}));  // changed behind the closed handle
+  char text[7];
+  ASSERT_EQ(KXDDRGET(h, 1) + KXDDFGET(h, 0, text), 0);
+  EXPECT_STREQ(text, "ZNE   ");
+  AppendRows(h, {{"TWO", "   2", "T"}});
+  ASSERT_EQ(KXDQCLOSE(), 0);  // reopened exclusively: closed before reading
+  EXPECT_EQ(Le32(ReadBytes(path), 4), 2u);
+  ASSERT_EQ(std::rename(path.c_str(), (path + ".away").c_str()), 0);
+  EXPECT_FAIL(KXDDRGET(h, 1), KX_ERR_OPEN);
+  ASSERT_EQ(std::rename((path + ".away").c_str(), path.c_str()), 0);
+  EXPECT_EQ(KXDDRGET(h, 2), 0);
   ASSERT_EQ(KXDDCLOSE(h), 0);
   const auto before = ReadBytes(path);
   h = Open(0x100 | 1);
@@ -159,24 +166,6 @@ TEST_F(DbfRecords, ReadOnlyExclusiveAndBadHandles) {
   }
   EXPECT_EQ(KXDDRGET(h, 1), KX_ERR_HANDLE);  // sticky until cleared
   EXPECT_FAIL(KXDDOPENX(&h, path.c_str(), 1), KX_ERR_HANDLE);
-}
-
-TEST_F(DbfRecords, QuickCloseReopensAndAMissingFileGivesMinus46) {
-  int16_t h = Open(1);
-  Append(h, "ONE", 1, 1);
-  ASSERT_EQ(KXDQCLOSE(), 0);
-  ASSERT_TRUE(PatchBytes(path, 130, {'Z'}));  // changed behind the closed handle
-  ASSERT_EQ(KXDDRGET(h, 1), 0);
-  char text[7];
-  ASSERT_EQ(KXDDFGET(h, 0, text), 0);
-  EXPECT_STREQ(text, "ZNE   ");
-  Append(h, "TWO", 2, 2);
-  ASSERT_EQ(KXDQCLOSE(), 0);  // reopened exclusively: closed before reading
-  EXPECT_EQ(Le32(ReadBytes(path), 4), 2u);
-  ASSERT_EQ(std::rename(path.c_str(), (path + ".away").c_str()), 0);
-  EXPECT_FAIL(KXDDRGET(h, 1), KX_ERR_OPEN);
-  ASSERT_EQ(std::rename((path + ".away").c_str(), path.c_str()), 0);
-  EXPECT_EQ(KXDDRGET(h, 2), 0);
 }
 
 }  // namespace
