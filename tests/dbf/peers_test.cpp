@@ -59,13 +59,6 @@ class DbfPeers : public EngineTest {
                     script + "pl' '" + table + "' >> '" + table + ".txt' 2>&1"), 0);
     return ReadText(table + ".txt");
   }
-  void Append(const char* name, double amt, const char* born, uint8_t ok) {
-    uint32_t n = 0;
-    ASSERT_EQ(KXDDRCLEAR(h), 0);
-    ASSERT_EQ(KXDDFPUT(h, 0, name) + KXDDFPUT(h, 1, &amt) + KXDDFPUT(h, 2, born), 0);
-    ASSERT_EQ(ok == '?' ? KXDDFPUTS(h, 3, "?") : KXDDFPUT(h, 3, &ok), 0);
-    ASSERT_EQ(KXDDRPUT(h, &n, 0), 0);
-  }
   int16_t h = -1;
 };
 
@@ -73,18 +66,12 @@ TEST_F(DbfPeers, PeersReadTablesTheEngineWrites) {
   // Every field type: a dBASE III table with a memo field (0x83) and its
   // empty memo file; a deleted record; an unknown logical.
   const std::string path = dir.file("eng.dbf"), nine = dir.file("nine.dbf");
-  KXDBFFIELD fl[] = {F("name", 'C', 10), F("amt", 'N', 8, 2), F("born", 'D', 8), F("ok", 'L', 1), F("note", 'M', 10)};
-  ASSERT_EQ(KXDDCREATE(path.c_str(), 5, fl, 3), 0);
   std::vector<uint8_t> dbt(512, 0);
   dbt[0] = 1;  // the next free block
   WriteBytes(dir.file("eng.dbt"), dbt);
-  ASSERT_EQ(KXDDOPENX(&h, path.c_str(), 3), 0);
-  Append("Alice", 12.5, "20010203", 1);
-  Append("Bob", -3.25, "", 0);
-  Append("  lead", 0, "19991231", '?');
-  Append("Zed", 99999.99, "99991231", 'n');
-  ASSERT_EQ(KXDDRDEL(h, 2), 0);
-  ASSERT_EQ(KXDDCLOSE(h), 0);
+  MakeTable(path, {F("name", 'C', 10), F("amt", 'N', 8, 2), F("born", 'D', 8), F("ok", 'L', 1), F("note", 'M', 10)}, 3,
+            {{"Alice", "   12.50", "20010203", "T"}, {"Bob", "   -3.25", "", "F"}, {"  lead", "    0.00", "19991231", "?"},
+             {"Zed", "99999.99", "99991231", "n"}}, {2});
   EXPECT_EQ(FileByte(path, 0), 0x83);
   const std::string head = "F|NAME|C|10|0\nF|AMT|N|8|2\nF|BORN|D|8|0\nF|OK|L|1|0\nF|NOTE|M|10|0\nR|0|Alice|12.50|20010203|T|\n",
                     tail = "R|0|  lead|0.00|19991231|?|\nR|0|Zed|99999.99|99991231|F|\n", all = head + "R|1|Bob|-3.25||F|\n" + tail;
@@ -94,14 +81,7 @@ TEST_F(DbfPeers, PeersReadTablesTheEngineWrites) {
   ASSERT_EQ(KXDDCLOSE(h), 0);
   EXPECT_EQ(Dumps(path), head + tail + head + tail);
   // Mode 9's whole terminator block.
-  KXDBFFIELD f9[] = {F("A", 'C', 4), F("B", 'N', 5)};
-  ASSERT_EQ(KXDDCREATE(nine.c_str(), 2, f9, 9), 0);
-  ASSERT_EQ(KXDDOPENX(&h, nine.c_str(), 9), 0);
-  for (double v : {7.0, 14.0}) {
-    uint32_t n = 0;
-    ASSERT_EQ(KXDDFPUT(h, 0, "r") + KXDDFPUT(h, 1, &v) + KXDDRPUT(h, &n, 0), 0);
-  }
-  ASSERT_EQ(KXDDCLOSE(h), 0);
+  MakeTable(nine, {F("A", 'C', 4), F("B", 'N', 5)}, 9, {{"r", "    7"}, {"r", "   14"}});
   const std::string n9 = "F|A|C|4|0\nF|B|N|5|0\nR|0|r|7\nR|0|r|14\n";
   EXPECT_EQ(Dumps(nine), n9 + n9);
 }
