@@ -54,11 +54,11 @@ int Hold(int16_t h, char** a) {
   return 0;  // the locks go with the process
 }
 
-// Retries a lock while another program holds it.
-template <class L>
-int16_t Acquire(L tryLock, Clock::time_point deadline) {
+// Takes a lock (file lock, or record r's), retrying while another program
+// holds it: 0, 1 when the deadline passed, or a failing status.
+int16_t Acquire(int16_t h, uint32_t r, Clock::time_point deadline) {
   for (uint16_t flag = 100;; flag = 100) {
-    int16_t s = tryLock(&flag);
+    int16_t s = r ? KXDDRLOCK(h, r, 7, &flag) : KXDDLOCK(h, 1, &flag);
     if (s < 0 || flag == 0) return s;
     if (Clock::now() > deadline) return 1;
     std::this_thread::yield();
@@ -70,28 +70,22 @@ int Append(int16_t h, char** a) {
   std::mt19937 rng(unsigned(std::strtoul(a[2], nullptr, 10)));
   const auto deadline = Clock::now() + std::chrono::seconds(60);
   long updates = 0;
-  int16_t s;
   for (long i = 0; i < count; ++i) {
-    if ((s = Acquire([&](uint16_t* f) { return KXDDLOCK(h, 1, f); }, deadline)) != 0) return s < 0 ? Fail("lock", s) : 4;
     double writer = double(id), seq = double(i), touch = 0.0;
     char fill[32];
     std::snprintf(fill, sizeof fill, "W%02ldS%06ld-%08lx", id, i, (id * 7919 + i * 104729) & 0xFFFFFFFl);
-    uint32_t recno = 0;
-    if ((s = KXDDHGET(h)) < 0 || (s = KXDDRCLEAR(h)) < 0 || (s = KXDDFPUT(h, 0, &writer)) != 0 ||
-        (s = KXDDFPUT(h, 1, &seq)) != 0 || (s = KXDDFPUT(h, 2, &touch)) != 0 ||
-        (s = KXDDFPUT(h, 3, fill)) != 0 || (s = KXDDRPUT(h, &recno, 0)) < 0 ||
-        (s = KXDDUNLOCK(h, 1, nullptr)) < 0)
-      return Fail("append", s);
+    uint32_t r = 0;
+    int16_t s = Acquire(h, 0, deadline);
+    if (s || (s = KXDDHGET(h)) < 0 || (s = KXDDRCLEAR(h)) < 0 || (s = KXDDFPUT(h, 0, &writer)) ||
+        (s = KXDDFPUT(h, 1, &seq)) || (s = KXDDFPUT(h, 2, &touch)) || (s = KXDDFPUT(h, 3, fill)) ||
+        (s = KXDDRPUT(h, &r, 0)) < 0 || (s = KXDDUNLOCK(h, 1, nullptr)) < 0)
+      return s == 1 ? 4 : Fail("append", s);
     if (i % 3 != 2) continue;
-    uint32_t known = 0;
-    KXDDSIZE(h, &known);
-    uint32_t r = 1 + uint32_t(rng() % known);
-    if ((s = Acquire([&](uint16_t* f) { return KXDDRLOCK(h, r, 7, f); }, deadline)) != 0) return s < 0 ? Fail("rlock", s) : 4;
+    r = 1 + uint32_t(rng() % r);  // a record at or before the own one
     uint16_t flag = 0;
-    if ((s = KXDDRGET(h, int32_t(r))) != 0 || (s = KXDDFGET(h, 2, &touch)) != 0) return Fail("read", s);
-    touch += 1.0;
-    if ((s = KXDDFPUT(h, 2, &touch)) != 0 || (s = KXDDRPUT(h, &r, 256)) != 0 || (s = KXDDRLOCK(h, r, 6, &flag)) != 0)
-      return Fail("update", s);
+    if ((s = Acquire(h, r, deadline)) || (s = KXDDRGET(h, int32_t(r))) || (s = KXDDFGET(h, 2, &touch)) ||
+        (touch += 1.0, s = KXDDFPUT(h, 2, &touch)) || (s = KXDDRPUT(h, &r, 256)) || (s = KXDDRLOCK(h, r, 6, &flag)))
+      return s == 1 ? 4 : Fail("update", s);
     ++updates;
   }
   WriteResult(a[3], std::to_string(updates));
