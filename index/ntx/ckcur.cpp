@@ -31,13 +31,5 @@ int16_t Run(NtxState* st, char* key, uint32_t* record) {
 }  // namespace
 
 KXEXPORT int16_t KXAPI KXDCKCUR(int16_t handle, char* key, uint32_t* record) {
-  KX_ENTER();
-  HandleScope hs(handle, KX_KIND_NTX);
-  if (!hs.ok()) return KX_FAIL(hs.status());
-  if (!key || !record) return KX_FAIL(KX_ERR_NULL);
-  auto* st = hs.state<NtxState>();
-  int16_t s = Run(st, key, record);
-  EndCall(st, s, true);
-  if (s < 0) return KX_FAIL(s);
-  return SetStatus(s);
+  return WalkExport(handle, key, record, Run);
 }

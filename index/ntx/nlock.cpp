@@ -36,4 +36,23 @@ void NumericKey(char* out, double value, int length, int decimals) {
   out[n] = '\0';
 }
 
+int16_t WalkExport(int16_t handle, char* key, uint32_t* record, WalkFn run) {
+  KX_ENTER();
+  HandleScope hs(handle, KX_KIND_NTX);
+  if (!hs.ok()) return KX_FAIL(hs.status());
+  if (!key || !record) return KX_FAIL(KX_ERR_NULL);
+  auto* st = hs.state<NtxState>();
+  int16_t s = run(st, key, record);
+  EndCall(st, s, true);
+  if (s < 0) return KX_FAIL(s);
+  return SetStatus(s);
+}
+
+int16_t NoKey(NtxState* st, char* key, uint32_t* record) {
+  st->curRecord = 0;
+  key[0] = '\0';
+  *record = 0;
+  return KX_EMPTY;
+}
+
 }  // namespace rv::ntx

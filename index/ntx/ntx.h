@@ -207,6 +207,13 @@ int16_t BeginCall(NtxState* st);
 void EndCall(NtxState* st, int16_t status, bool keepPosition);
 // Writes header bytes [from, from + count) at once.
 int16_t WriteHeader(NtxState* st, int from, int count);
+// The frame of the walking exports (top, bottom, next, previous, current):
+// the handle and the arguments checked, `run` bracketed by BeginCall and
+// EndCall (the position kept), the status set and returned.
+using WalkFn = int16_t (*)(NtxState* st, char* key, uint32_t* record);
+int16_t WalkExport(int16_t handle, char* key, uint32_t* record, WalkFn run);
+// An empty index: no current key, an empty key and record 0; status 2.
+int16_t NoKey(NtxState* st, char* key, uint32_t* record);
 
 // ---- Tree (search.cpp, step.cpp) ---------------------------------------------
 // Search statuses: 0 found, 2 empty, 3 nothing below, 4 positioned on the
