@@ -251,16 +251,4 @@ TEST_F(EngineTest, CurrentStyleStatusAndStickyRule) {
   EXPECT_EQ(y, 1992);
 }
 
-TEST(ConvertNoContext, StyleFunctionsNeedKxdinit) {
-  KXDTERM();
-  uint16_t st;
-  char name[23];
-  int16_t y, m, d;
-  EXPECT_EQ(KXCDSTYLE(1), KX_ERR_NOINIT);
-  EXPECT_EQ(KXCDGSTYLE(&st, name), KX_ERR_NOINIT);
-  EXPECT_EQ(KXCDS2I(&y, &m, &d, "19920613", 4), KX_ERR_NOINIT);
-  EXPECT_EQ(KXCTS2I(&y, &m, &d, "12:00:00", 1), KX_ERR_NOINIT);
-  EXPECT_EQ(KXCDILEAP(1900), 0);
-}
-
 }  // namespace

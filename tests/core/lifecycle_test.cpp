@@ -56,8 +56,9 @@ TEST_F(Lifecycle, HandleCountsDecideTheSlots) {
 TEST_F(Lifecycle, EverythingBeforeInitGivesMinus59) {
   int16_t h = 0;
   uint32_t n = 0;
+  uint16_t n16 = 0;
   void* st = nullptr;
-  char text[16] = "NAME";
+  char text[24] = "NAME";
   KXEXPRVALUE v{};
   EXPECT_EQ(KXECODE(), KX_ERR_NOINIT);
   EXPECT_EQ(KXESCODE(0), KX_ERR_NOINIT);
@@ -67,6 +68,9 @@ TEST_F(Lifecycle, EverythingBeforeInitGivesMinus59) {
   EXPECT_EQ(KXDDSIZE(0, &n), KX_ERR_NOINIT);
   EXPECT_EQ(KXDCKTOP(0, text, &n), KX_ERR_NOINIT);
   EXPECT_EQ(KXCDSTYLE(4), KX_ERR_NOINIT);
+  EXPECT_EQ(KXCDGSTYLE(&n16, text), KX_ERR_NOINIT);
+  EXPECT_EQ(KXCTS2I(&h, &h, &h, "12:00:00", 1), KX_ERR_NOINIT);
+  EXPECT_EQ(KXCDILEAP(1900), 0);  // sets no status
   EXPECT_EQ(KXDXEVAL(0, text, &v), KX_ERR_NOINIT);
   EXPECT_EQ(rv::AllocHandle(&h, KX_KIND_DBF, &st, 16), KX_ERR_NOINIT);
   EXPECT_EQ(KXDVERSION(3), 0);  // needs no context
