@@ -116,7 +116,9 @@ void NtxModel::Go(const Case& c) {
       if (c.eachChange) check(true);
     } else if (dice < 78) {  // a key, or a key and record, not there
       ASSERT_EQ(KXDCKDEL(h, c.kind < kNumeric ? "ZZZ" : "9", 1), 4);
-      if (!c.unique) ASSERT_EQ(KXDCKDEL(h, live[Rand(live.size())]->first.first.c_str(), nextRec + 5), 4);
+      if (!c.unique) {
+        ASSERT_EQ(KXDCKDEL(h, live[Rand(live.size())]->first.first.c_str(), nextRec + 5), 4);
+      }
     } else {
       auto it = live[Rand(live.size())];
       std::string probe = it->first.first;
