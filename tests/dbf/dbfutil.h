@@ -9,6 +9,7 @@
 #include <ctime>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "testutil.h"
@@ -51,21 +52,18 @@ struct RawField {
 };
 inline std::vector<uint8_t> RawTable(uint8_t version, const std::vector<RawField>& fields,
                                      const std::vector<std::string>& records) {
-  const size_t headerLen = 32 + 32 * fields.size() + 1, n = records.size();
-  size_t recLen = 1;
+  const uint32_t headerLen = uint32_t(32 + 32 * fields.size() + 1), n = uint32_t(records.size());
+  uint32_t recLen = 1;
   for (auto& f : fields) recLen += f.len;
   std::vector<uint8_t> b(headerLen, 0);
-  const uint8_t head[12] = {version, 124, 5, 17, uint8_t(n), uint8_t(n >> 8), uint8_t(n >> 16),
-                            uint8_t(n >> 24), uint8_t(headerLen), uint8_t(headerLen >> 8),
-                            uint8_t(recLen), uint8_t(recLen >> 8)};
-  std::memcpy(b.data(), head, sizeof head);
+  b[0] = version, b[1] = 124, b[2] = 5, b[3] = 17, b.back() = 0x0D;
+  for (int i = 0; i < 4; ++i) b[4 + size_t(i)] = uint8_t(n >> (8 * i));
+  b[8] = uint8_t(headerLen), b[9] = uint8_t(headerLen >> 8), b[10] = uint8_t(recLen), b[11] = uint8_t(recLen >> 8);
   for (size_t i = 0; i < fields.size(); ++i) {
-    std::memcpy(&b[32 + 32 * i], fields[i].name.data(), fields[i].name.size());
-    b[32 + 32 * i + 11] = uint8_t(fields[i].type);
-    b[32 + 32 * i + 16] = fields[i].len;
-    b[32 + 32 * i + 17] = fields[i].dec;
+    uint8_t* d = &b[32 + 32 * i];
+    std::memcpy(d, fields[i].name.data(), fields[i].name.size());
+    d[11] = uint8_t(fields[i].type), d[16] = fields[i].len, d[17] = fields[i].dec;
   }
-  b.back() = 0x0D;
   for (auto r : records) {
     r.resize(recLen, ' ');
     b.insert(b.end(), r.begin(), r.end());
@@ -135,8 +133,7 @@ inline void Kill(const Child& c) {
 // The worker's exit code, -1 when it was killed. The worker bounds its own
 // waits, so this wait ends.
 inline int Wait(Child& c) {
-  intptr_t id = c.id;
-  c.id = 0;
+  intptr_t id = std::exchange(c.id, 0);
   int status = 0;
 #if defined(_WIN32)
   if (!id || _cwait(&status, id, 0) == -1) return -1;
