@@ -94,6 +94,29 @@ inline void MakeTable(const std::string& path, std::vector<KXDBFFIELD> fl, uint1
   ASSERT_EQ(KXDDCLOSE(h), 0);
 }
 
+constexpr uint32_t kRec0 = 0x7FFFFFBF;  // record r's lock byte is kRec0 - r
+
+// A shared table (NAME C 6, mode 1) and lock calls that must succeed,
+// giving their flag: 0 locked, 100 refused.
+class LockTable : public EngineTest {
+ protected:
+  void SetUp() override {
+    EngineTest::SetUp();
+    KXDBFFIELD fl[] = {F("NAME", 'C', 6)};
+    ASSERT_EQ(KXDDCREATE(path.c_str(), 1, fl, 1), 0);
+    ASSERT_EQ(KXDDOPENX(&h, path.c_str(), 1 | 0x400), 0);
+  }
+  uint16_t Lock(uint16_t fn) { return Flag((flag = 55, KXDDLOCK(h, fn, &flag))); }
+  uint16_t RLock(uint32_t r, uint16_t fn) { return Flag((flag = 55, KXDDRLOCK(h, r, fn, &flag))); }
+  uint16_t Flag(int16_t status) {
+    EXPECT_EQ(status, 0);
+    return flag;
+  }
+  uint16_t flag = 55;
+  std::string path = dir.file("l.dbf");
+  int16_t h = -1;
+};
+
 // Runs a shell command (the peer programs).
 inline int Shell(const std::string& cmd) { return std::system(cmd.c_str()); }
 

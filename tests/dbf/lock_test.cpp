@@ -9,8 +9,6 @@ using namespace dbftest;
 
 namespace {
 
-constexpr uint32_t kRec0 = 0x7FFFFFBF;  // record r's byte is kRec0 - r
-
 // A file number of its own on the table.
 class Other {
  public:
@@ -25,28 +23,7 @@ class Other {
   int16_t f_ = 0;
 };
 
-class DbfLocks : public EngineTest {
- protected:
-  void SetUp() override {
-    EngineTest::SetUp();
-    KXDBFFIELD fl[] = {F("NAME", 'C', 6)};
-    ASSERT_EQ(KXDDCREATE(path.c_str(), 1, fl, 1), 0);
-    ASSERT_EQ(KXDDOPENX(&h, path.c_str(), 1 | 0x400), 0);
-  }
-  // The out flag of a lock call that must succeed: 0 locked, 100 refused.
-  uint16_t Lock(uint16_t fn) {
-    uint16_t f = 55;
-    EXPECT_EQ(KXDDLOCK(h, fn, &f), 0);
-    return f;
-  }
-  uint16_t RLock(uint32_t r, uint16_t fn) {
-    uint16_t f = 55;
-    EXPECT_EQ(KXDDRLOCK(h, r, fn, &f), 0);
-    return f;
-  }
-  std::string path = dir.file("l.dbf");
-  int16_t h = -1;
-};
+using DbfLocks = LockTable;
 
 // Each file-level function takes exactly its region and re-reads the
 // header; a second lock through the same handle is refused (flag 100,
@@ -60,18 +37,13 @@ TEST_F(DbfLocks, FileLockFunctionsTakeTheirRegions) {
   for (auto& c : cases) {
     SCOPED_TRACE(c.fn);
     uint32_t no = 0, n = 0;
-    ASSERT_EQ(KXDDRPUT(writer, &no, 0), 0);
-    ASSERT_EQ(Lock(c.fn), 0);
-    ASSERT_EQ(KXDDSIZE(h, &n), 0);
-    EXPECT_EQ(n, no);
-    EXPECT_FALSE(other.Free(c.first));
-    EXPECT_FALSE(other.Free(c.last));
-    EXPECT_TRUE(other.Free(c.first - 1));
-    EXPECT_TRUE(other.Free(c.last + 1));
     KXDBFINFO i{};
-    ASSERT_EQ(KXDDINFO(h, &i), 0);
-    EXPECT_EQ(i.lockOffset, c.first);
-    EXPECT_EQ(i.lockLength, c.last - c.first + 1);
+    ASSERT_EQ(KXDDRPUT(writer, &no, 0) + Lock(c.fn), 0);
+    ASSERT_EQ(KXDDSIZE(h, &n) + KXDDINFO(h, &i), 0);
+    EXPECT_EQ(n, no);  // the header re-read
+    EXPECT_FALSE(other.Free(c.first) || other.Free(c.last));
+    EXPECT_TRUE(other.Free(c.first - 1) && other.Free(c.last + 1));
+    EXPECT_EQ(std::pair(i.lockOffset, i.lockLength), std::pair(c.first, c.last - c.first + 1));
     EXPECT_EQ(Lock(c.fn), 100);
     EXPECT_EQ(KXECODE(), 0);
     EXPECT_EQ(KXDDUNLOCK(h, c.fn, nullptr), 0);
