@@ -39,18 +39,15 @@ void WriteResult(const std::string& path, const std::string& text) {
 }
 
 int Hold(int16_t h, char** a) {
-  const std::string job = a[2];
   const uint32_t arg = uint32_t(std::strtoul(a[3], nullptr, 0));
   uint16_t flag = 55;
-  int16_t s = job == "lock" ? KXDDLOCK(h, uint16_t(arg), &flag) : KXDDRLOCK(h, arg, 7, &flag);
+  int16_t s = std::string(a[2]) == "lock" ? KXDDLOCK(h, uint16_t(arg), &flag) : KXDDRLOCK(h, arg, 7, &flag);
   KXDBFINFO info{};
   KXDDINFO(h, &info);
   WriteResult(a[0], std::to_string(flag) + " " + std::to_string(s) + " " + std::to_string(info.lockOffset));
-  const auto end = Clock::now() + std::chrono::seconds(60);
-  while (!std::filesystem::exists(a[1])) {
+  for (const auto end = Clock::now() + std::chrono::seconds(60); !std::filesystem::exists(a[1]);)
     if (Clock::now() > end) return 4;
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
-  }
+    else std::this_thread::sleep_for(std::chrono::milliseconds(5));
   return 0;  // the locks go with the process
 }
 
@@ -72,7 +69,7 @@ int Append(int16_t h, char** a) {
   long updates = 0;
   for (long i = 0; i < count; ++i) {
     double writer = double(id), seq = double(i), touch = 0.0;
-    char fill[32];
+    char fill[64];
     std::snprintf(fill, sizeof fill, "W%02ldS%06ld-%08lx", id, i, (id * 7919 + i * 104729) & 0xFFFFFFFl);
     uint32_t r = 0;
     int16_t s = Acquire(h, 0, deadline);
@@ -84,7 +81,7 @@ int Append(int16_t h, char** a) {
     r = 1 + uint32_t(rng() % r);  // a record at or before the own one
     uint16_t flag = 0;
     if ((s = Acquire(h, r, deadline)) || (s = KXDDRGET(h, int32_t(r))) || (s = KXDDFGET(h, 2, &touch)) ||
-        (touch += 1.0, s = KXDDFPUT(h, 2, &touch)) || (s = KXDDRPUT(h, &r, 256)) || (s = KXDDRLOCK(h, r, 6, &flag)))
+        (touch += 1.0, (s = KXDDFPUT(h, 2, &touch))) || (s = KXDDRPUT(h, &r, 256)) || (s = KXDDRLOCK(h, r, 6, &flag)))
       return s == 1 ? 4 : Fail("update", s);
     ++updates;
   }
@@ -97,18 +94,12 @@ int Append(int16_t h, char** a) {
 int main(int argc, char** argv) {
   if (argc < 3 || KXDINIT(20, 4) != 0) return 9;
   const std::string cmd = argv[1];
-  int16_t h = -1;
-  int16_t s = KXDDOPENX(&h, argv[2], 1 | 0x400);
-  int rc = 9;
-  if (s < 0) {
-    rc = Fail("open", s);
-  } else if (cmd == "hold" && argc == 7) {
-    rc = Hold(h, argv + 3);
-  } else if (cmd == "append" && argc == 7) {
-    rc = Append(h, argv + 3);
-  } else if (cmd == "pack" && argc == 3) {
-    rc = (s = KXDDPACK(&h)) != 0 ? Fail("pack", s) : 0;
-  }
+  int16_t h = -1, s = KXDDOPENX(&h, argv[2], 1 | 0x400);
+  int rc = s < 0                               ? Fail("open", s)
+           : cmd == "hold" && argc == 7        ? Hold(h, argv + 3)
+           : cmd == "append" && argc == 7      ? Append(h, argv + 3)
+           : cmd == "pack" && argc == 3        ? ((s = KXDDPACK(&h)) != 0 ? Fail("pack", s) : 0)
+                                               : 9;
   if (rc == 0 && (s = KXDDCLOSE(h)) != 0) rc = Fail("close", s);
   KXDTERM();
   return rc;
