@@ -45,8 +45,7 @@ TEST_F(DbfFormat, CreatedFilesHaveTheFormatsBytes) {
   KXDBFINFO info{};
   ASSERT_EQ(KXDDOPENX(&h, dir.file("nine.dbf").c_str(), 1), 0);
   ASSERT_EQ(KXDDINFO(h, &info), 0);
-  EXPECT_EQ(info.mode * 10 + info.memo, 91);
-  EXPECT_EQ(KXDDCLOSE(h), 0);
+  EXPECT_TRUE(info.mode * 10 + info.memo == 91 && KXDDCLOSE(h) == 0);
 }
 
 TEST_F(DbfFormat, MemoVersionBytesAndTheIndexFlag) {
@@ -88,8 +87,7 @@ TEST_F(DbfFormat, OpenWarnsOfTheSizeAndChecksTheHeader) {
   EXPECT_EQ(Open(b, 1), KX_SIZEWARN);
   int16_t h = -1;  // the warning leaves a usable handle
   ASSERT_EQ(KXDDOPENX(&h, dir.file("o.dbf").c_str(), 1), KX_SIZEWARN);
-  EXPECT_EQ(KXDDRGET(h, 1), 0);
-  EXPECT_EQ(KXDDCLOSE(h), 0);
+  EXPECT_TRUE(KXDDRGET(h, 1) == 0 && KXDDCLOSE(h) == 0);
   // One byte of the plain table changed, opened in a mode.
   const struct { size_t off; uint8_t val; uint16_t mode; int16_t want; } cases[] = {
       {0, 0xF5, 1, KX_ERR_VERSION}, {0, 0xF5, 4, 0}, {0, 0xF5, 8, 0}, {0, 0x8B, 3, KX_ERR_VERSION},

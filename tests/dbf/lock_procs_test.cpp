@@ -42,8 +42,7 @@ TEST_F(DbfLockProcs, RecordLockedByAnotherProcess) {
   EXPECT_EQ(RLock(5, 7) + RLock(5, 5), 200);
   EXPECT_EQ(KXECODE(), 0);
   EXPECT_EQ(RLock(6, 7), 0);
-  EXPECT_EQ(Probe(kRec0 - 6), 37);  // a third program sees the bytes
-  EXPECT_EQ(Probe(kRec0 - 4), 0);
+  EXPECT_EQ(Probe(kRec0 - 6) * 100 + Probe(kRec0 - 4), 3700);  // a third program sees the bytes
   // Killed without unlocking: its lock goes with it.
   Kill(holder);
   EXPECT_EQ(Wait(holder), -1);
@@ -63,8 +62,7 @@ TEST_F(DbfLockProcs, ReaderSlotsOfTwoProcessesAndTheTestOfAThird) {
   std::string first, second, third;
   auto a = Hold("a", "lock", 4, &first);
   auto b = Hold("b", "lock", 4, &second);
-  EXPECT_EQ(first, "0 0 " + std::to_string(0x7FFFFFFC));
-  EXPECT_EQ(second, "0 0 " + std::to_string(0x7FFFFFFB));
+  EXPECT_EQ(first + "," + second, "0 0 " + std::to_string(0x7FFFFFFC) + ",0 0 " + std::to_string(0x7FFFFFFB));
   EXPECT_EQ(Once("lock", 5), "100");
   ASSERT_EQ(RLock(1, 7), 0);  // a record held here keeps a new reader out
   EXPECT_EQ(Once("lock", 4), "100");
@@ -76,8 +74,7 @@ TEST_F(DbfLockProcs, ReaderSlotsOfTwoProcessesAndTheTestOfAThird) {
   EXPECT_EQ(third, "0 0 " + std::to_string(0x7FFFFFFC));  // the freed slot
   Kill(b);
   Kill(c);
-  EXPECT_EQ(Wait(b), -1);
-  EXPECT_EQ(Wait(c), -1);
+  EXPECT_EQ(Wait(b) + Wait(c), -2);
   EXPECT_EQ(Once("lock", 5), "0");
 }
 
@@ -105,8 +102,7 @@ TEST_F(DbfLockProcs, SoakOfAppendsAndUpdates) {
   const size_t recLen = 38, headerLen = 161, total = size_t(kWriters) * kEach;
   auto bytes = ReadBytes(soak);
   ASSERT_EQ(bytes.size(), headerLen + total * recLen + 1);
-  EXPECT_EQ(Le32(bytes, 4), total);
-  EXPECT_EQ(bytes.back(), 0x1A);
+  EXPECT_TRUE(Le32(bytes, 4) == total && bytes.back() == 0x1A);
   std::vector<int> seen(total);  // every append once, as its writer put it
   long touched = 0;
   for (size_t r = 0; r < total; ++r) {

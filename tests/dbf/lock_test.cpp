@@ -70,30 +70,24 @@ TEST_F(DbfLocks, FileLockFunctionsTakeTheirRegions) {
 TEST_F(DbfLocks, RecordLocksAndTheirList) {
   Other other(path);
   ASSERT_EQ(RLock(5, 7), 0);
-  EXPECT_FALSE(other.Free(kRec0 - 5));
-  EXPECT_TRUE(other.Free(kRec0 - 4));
-  EXPECT_TRUE(other.Free(kRec0 - 6));
+  EXPECT_TRUE(!other.Free(kRec0 - 5) && other.Free(kRec0 - 4) && other.Free(kRec0 - 6));
   // Twice through one handle: one list entry, so releasing all unlocks once.
-  ASSERT_EQ(RLock(5, 7), 0);
-  ASSERT_EQ(RLock(9, 7), 0);
+  ASSERT_EQ(RLock(5, 7) + RLock(9, 7), 0);
   EXPECT_EQ(RLock(5, 5) + RLock(6, 5), 0);  // a test: held here, free
   EXPECT_TRUE(other.Free(kRec0 - 6));
   ASSERT_TRUE(other.Lock(kRec0 - 7));
-  EXPECT_EQ(RLock(7, 5), 100);
-  EXPECT_EQ(RLock(7, 7), 100);
+  EXPECT_EQ(RLock(7, 5) + RLock(7, 7), 200);
   EXPECT_EQ(KXECODE(), 0);
   RLock(7, 6);  // not in the list: the other keeps it
   EXPECT_TRUE(other.Unlock(kRec0 - 7));
   RLock(9, 6);
-  EXPECT_TRUE(other.Free(kRec0 - 9));
-  EXPECT_FALSE(other.Free(kRec0 - 5));
+  EXPECT_TRUE(other.Free(kRec0 - 9) && !other.Free(kRec0 - 5));
   RLock(0, 6);
   EXPECT_TRUE(other.Free(kRec0 - 5));
   // Closing drops every lock the table took.
   ASSERT_EQ(Lock(1) + RLock(5, 7), 0);
   ASSERT_EQ(KXDDCLOSE(h), 0);
-  EXPECT_TRUE(other.Free(kRec0 - 5));
-  EXPECT_TRUE(other.Free(0x7FFFFFFE));
+  EXPECT_TRUE(other.Free(kRec0 - 5) && other.Free(0x7FFFFFFE));
 }
 
 TEST_F(DbfLocks, BadCallsAndQuickClose) {
@@ -108,10 +102,8 @@ TEST_F(DbfLocks, BadCallsAndQuickClose) {
   Other other(path);
   ASSERT_EQ(Lock(1) + Lock(4), 0);
   ASSERT_EQ(KXDQCLOSE(), 0);
-  EXPECT_TRUE(other.Free(0x7FFFFFFC));
-  EXPECT_TRUE(other.Free(0x7FFFFFFE));
-  EXPECT_EQ(Lock(1), 0);
-  EXPECT_FALSE(other.Free(0x7FFFFFFE));
+  EXPECT_TRUE(other.Free(0x7FFFFFFC) && other.Free(0x7FFFFFFE));
+  EXPECT_TRUE(Lock(1) == 0 && !other.Free(0x7FFFFFFE));
   EXPECT_FAIL(KXDDUNLOCK(h, 4, &flag), KX_ERR_UNLOCK);
 }
 

@@ -103,8 +103,7 @@ TEST_F(DbfPack, RefusalsChangeNothing) {
   word = h;
   EXPECT_FAIL(KXDDPACK(&word), KX_ERR_LOCK);
   rv::files::Close(other);
-  EXPECT_EQ(ReadBytes(path), orig);
-  EXPECT_EQ(Names(), (std::vector<std::string>{"ro.dbf"}));
+  EXPECT_TRUE(ReadBytes(path) == orig && Names() == std::vector<std::string>{"ro.dbf"});
   // The table's own lock is no obstacle. (Another handle on the file would
   // be on Windows, where an open file cannot be renamed.)
   ASSERT_EQ(KXDDCLOSE(ro), 0);
@@ -131,8 +130,7 @@ TEST_F(DbfPack, BackupAndTemporaryNames) {
   // count); otherwise only the last extension is replaced.
   fs::create_directory(dir.path() / "v1.0");
   int16_t p = Open(Make("v1.0/CUST", 2, {1})), t = Open(Make("v1.0/a.b.dbf", 2, {}));
-  ASSERT_EQ(KXDDPACK(&p), 0);
-  ASSERT_EQ(KXDDPACK(&t), 0);
+  ASSERT_EQ(KXDDPACK(&p) + KXDDPACK(&t), 0);
   EXPECT_EQ(Names("v1.0"), (std::vector<std::string>{"CUST", "CUST.BAK", "a.b.BAK", "a.b.dbf"}));
 }
 
