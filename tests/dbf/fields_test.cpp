@@ -112,9 +112,7 @@ TEST_F(DbfFields, LogicalsAcceptLowerCaseTButDoNotReadIt) {
 TEST_F(DbfFields, EmptyMeansBlankToTheEndOfTheRecord) {
   ASSERT_EQ(KXDDRCLEAR(h), 0);
   for (uint32_t memo : {0u, 3u}) {
-    if (memo) {
-      ASSERT_EQ(KXDDFPUT(h, 5, &memo), 0);
-    }
+    ASSERT_TRUE(!memo || KXDDFPUT(h, 5, &memo) == 0);
     double n = 5;
     uint8_t l = 7;
     uint32_t m = 9;
@@ -133,8 +131,7 @@ TEST_F(DbfFields, EmptyMeansBlankToTheEndOfTheRecord) {
 TEST_F(DbfFields, DatesConvertBetweenStyleAndStorage) {
   char d[16];
   ASSERT_EQ(KXCDSTYLE(7), 0);
-  ASSERT_EQ(KXDDFPUT(h, 4, "01.03.1999"), 0);
-  ASSERT_EQ(KXDDFGET(h, 4, d), 0);
+  ASSERT_TRUE(KXDDFPUT(h, 4, "01.03.1999") == 0 && KXDDFGET(h, 4, d) == 0);
   EXPECT_EQ(Field(19, 8) + d, "1999030101.03.1999");
   EXPECT_TRUE(KXDDFPUT(h, 4, "  .  .    ") == 0 && Field(19, 8) == "        ");
   EXPECT_FAIL(KXDDFPUT(h, 4, "31.02.2024"), KX_ERR_DATE);

@@ -10,17 +10,14 @@ using namespace dbftest;
 namespace {
 
 // A file number of its own on the table.
-class Other {
- public:
-  explicit Other(const std::string& path) { EXPECT_TRUE(rv::files::Open(path.c_str(), 15 | 0x8000, &f_)); }
-  ~Other() { rv::files::Close(f_); }
-  bool Lock(uint32_t off, uint32_t len = 1) { return rv::files::Lock(f_, off, len); }
-  bool Unlock(uint32_t off, uint32_t len = 1) { return rv::files::Unlock(f_, off, len); }
+struct Other {
+  explicit Other(const std::string& path) { EXPECT_TRUE(rv::files::Open(path.c_str(), 15 | 0x8000, &f)); }
+  ~Other() { rv::files::Close(f); }
+  bool Lock(uint32_t off, uint32_t len = 1) { return rv::files::Lock(f, off, len); }
+  bool Unlock(uint32_t off, uint32_t len = 1) { return rv::files::Unlock(f, off, len); }
   // True when the region is free (taken and given back).
   bool Free(uint32_t off, uint32_t len = 1) { return Lock(off, len) && Unlock(off, len); }
-
- private:
-  int16_t f_ = 0;
+  int16_t f = 0;
 };
 
 using DbfLocks = LockTable;
@@ -46,8 +43,7 @@ TEST_F(DbfLocks, FileLockFunctionsTakeTheirRegions) {
     EXPECT_EQ(std::pair(i.lockOffset, i.lockLength), std::pair(c.first, c.last - c.first + 1));
     EXPECT_EQ(Lock(c.fn), 100);
     EXPECT_EQ(KXECODE(), 0);
-    EXPECT_EQ(KXDDUNLOCK(h, c.fn, nullptr), 0);
-    EXPECT_TRUE(other.Free(c.first, c.last - c.first + 1));
+    EXPECT_TRUE(KXDDUNLOCK(h, c.fn, nullptr) == 0 && other.Free(c.first, c.last - c.first + 1));
   }
   // A refused lock re-reads nothing; function 3 leaves the file lock byte
   // free and holds every record's; unlock function 0 releases the last.
@@ -55,16 +51,12 @@ TEST_F(DbfLocks, FileLockFunctionsTakeTheirRegions) {
   ASSERT_EQ(KXDDRPUT(writer, &no, 0), 0);
   ASSERT_TRUE(other.Lock(0x7FFFFFFE));
   EXPECT_EQ(Lock(1), 100);
-  ASSERT_EQ(KXDDSIZE(h, &n), 0);
-  EXPECT_EQ(n, 4u);
-  EXPECT_EQ(Lock(3), 0);
-  EXPECT_FALSE(other.Free(kRec0 - 1));
-  ASSERT_EQ(KXDDUNLOCK(h, 0, nullptr), 0);
-  EXPECT_TRUE(other.Free(kRec0 - 1));
+  EXPECT_TRUE(KXDDSIZE(h, &n) == 0 && n == 4);
+  EXPECT_TRUE(Lock(3) == 0 && !other.Free(kRec0 - 1));
+  EXPECT_TRUE(KXDDUNLOCK(h, 0, nullptr) == 0 && other.Free(kRec0 - 1));
   // With the reader slots 3 to 63 taken the last is slot 64, record 0's byte.
   ASSERT_TRUE(other.Lock(kRec0 + 1, 61));
-  ASSERT_EQ(Lock(4), 0);
-  EXPECT_FALSE(other.Free(kRec0));
+  EXPECT_TRUE(Lock(4) == 0 && !other.Free(kRec0));
 }
 
 TEST_F(DbfLocks, RecordLocksAndTheirList) {

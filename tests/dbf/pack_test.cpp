@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <random>
 #include <tuple>
-#include <thread>
 
 #include "core/kxcore.h"
 #include "dbfutil.h"

@@ -16,11 +16,10 @@ namespace {
 // "R|deleted|value|..." per record.
 std::string EngineDump(const std::string& table) {
   std::ostringstream out;
-  int16_t h = -1, widest = 0, s = 0;
+  int16_t h = OpenTable(table, 0x100 | 1), widest = 0, s = 0;
   KXDBFFIELD fi[8]{};
   KXRECINFO ri{};
   uint32_t n = 0;
-  EXPECT_EQ(KXDDOPENX(&h, table.c_str(), 0x100 | 1), 0);
   EXPECT_EQ(KXDDRINFO(h, &ri) + KXDDFINFO(h, &widest, fi) + KXDDSIZE(h, &n), 0);
   for (int i = 0; i < ri.fieldCount; ++i)
     out << "F|" << fi[i].name << "|" << char(fi[i].type) << "|" << fi[i].width << "|" << fi[i].decimals << "\n";
@@ -59,7 +58,6 @@ class DbfPeers : public EngineTest {
                     script + "pl' '" + table + "' >> '" + table + ".txt' 2>&1"), 0);
     return ReadText(table + ".txt");
   }
-  int16_t h = -1;
 };
 
 TEST_F(DbfPeers, PeersReadTablesTheEngineWrites) {
@@ -76,7 +74,7 @@ TEST_F(DbfPeers, PeersReadTablesTheEngineWrites) {
   const std::string head = "F|NAME|C|10|0\nF|AMT|N|8|2\nF|BORN|D|8|0\nF|OK|L|1|0\nF|NOTE|M|10|0\nR|0|Alice|12.50|20010203|T|\n",
                     tail = "R|0|  lead|0.00|19991231|?|\nR|0|Zed|99999.99|99991231|F|\n", all = head + "R|1|Bob|-3.25||F|\n" + tail;
   EXPECT_EQ(Dumps(path), all + all);
-  ASSERT_EQ(KXDDOPENX(&h, path.c_str(), 3), 0);
+  int16_t h = OpenTable(path, 3);
   ASSERT_EQ(KXDDPACK(&h), 0);
   ASSERT_EQ(KXDDCLOSE(h), 0);
   EXPECT_EQ(Dumps(path), head + tail + head + tail);

@@ -31,8 +31,7 @@ TEST_F(DbfRecords, AppendUpdateDeleteAndRead) {
   int16_t h = Open();
   AppendRows(h, {{"ALPHA", "  12", "T"}, {"BETA", "  -3", "T"}});
   EXPECT_EQ(From(1), " ALPHA   12T BETA    -3T\x1A");
-  ASSERT_EQ(KXDDRGET(h, 1), 0);
-  ASSERT_EQ(KXDDFPUTS(h, 0, "GAMMA"), 0);
+  ASSERT_TRUE(KXDDRGET(h, 1) == 0 && KXDDFPUTS(h, 0, "GAMMA") == 0);
   uint32_t n = 1;
   ASSERT_EQ(KXDDRPUT(h, &n, 256), 0);
   EXPECT_EQ(From(1), " GAMMA   12T BETA    -3T\x1A");
@@ -44,12 +43,10 @@ TEST_F(DbfRecords, AppendUpdateDeleteAndRead) {
   EXPECT_FAIL(KXDDRDEL(h, 3), KX_ERR_SEEK);
   // '*' marks; any other non-blank flag is deleted for a read, not for the status.
   EXPECT_TRUE(KXDDRDEL(h, 2) == 0 && From(2)[0] == '*');
-  EXPECT_EQ(KXDDRGET(h, 2), KX_DELETED);
-  EXPECT_EQ(KXDDRSTAT(h), KX_DELETED);
+  EXPECT_TRUE(KXDDRGET(h, 2) == KX_DELETED && KXDDRSTAT(h) == KX_DELETED);
   EXPECT_TRUE(KXDDRUNDEL(h, 2) == 0 && From(2)[0] == ' ');
   ASSERT_TRUE(PatchBytes(path, 129 + 12, {'X'}));
-  EXPECT_EQ(KXDDRGET(h, 2), KX_DELETED);
-  EXPECT_EQ(KXDDRSTAT(h), 0);
+  EXPECT_TRUE(KXDDRGET(h, 2) == KX_DELETED && KXDDRSTAT(h) == 0);
   // An append never copies a mark; rewriting a record clears it.
   ASSERT_TRUE(KXDDRPUT(h, &n, 0) == 0 && n == 3);
   n = 2;
@@ -83,7 +80,6 @@ TEST_F(DbfRecords, PackedRecordsFollowTheSlotLayout) {
   ASSERT_TRUE(KXDDRPUTX(h, in, &n, 0) == 0 && n == 1);
   auto b = ReadBytes(path);
   const size_t hl = Le16(b, 8);
-  ASSERT_EQ(b.size(), hl + 33);
   EXPECT_EQ(std::string(b.begin() + long(hl), b.end()), " ABCDE19991231 -12.50T        77\x1A");
   ASSERT_EQ(KXCDSTYLE(7), 0);
   ASSERT_EQ(KXDDRGETX(h, out, 1), 0);

@@ -26,10 +26,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-int Fail(const char* what, int16_t s) {
-  std::fprintf(stderr, "dbfworker: %s gave %d\n", what, s);
-  return 3;
-}
+int Fail(const char* what, int16_t s) { return std::fprintf(stderr, "dbfworker: %s gave %d\n", what, s), 3; }
 
 // Written beside the result file, then renamed into place: read whole or not at all.
 void WriteResult(const std::string& path, const std::string& text) {
