@@ -144,35 +144,33 @@ bool ReadAt(int16_t file, uint32_t off, void* buf, uint32_t count, uint32_t* got
   return ok;
 }
 
-bool WriteAt(int16_t file, uint32_t off, const void* buf, uint32_t count) {
+// Writes in pieces of 4096 bytes, then the remainder; each piece whole.
+// `put(bytes, offset into buf, count)` writes one piece.
+template <class Put>
+bool InPieces(int16_t file, const void* buf, uint32_t count, Put put) {
   plat::FileHandle h = HandleOf(file);
   if (h == plat::kBadFile) return BadFile();
   const auto* p = static_cast<const char*>(buf);
-  uint32_t done = 0;
-  // Written in pieces of 4096 bytes, then the remainder; each piece whole.
-  while (done < count) {
+  for (uint32_t done = 0; done < count;) {
     uint32_t piece = count - done < kPiece ? count - done : kPiece;
     ++g_platformWrites;
-    if (!Record(plat::WriteAt(h, uint64_t(off) + done, p + done, piece))) return false;
+    if (!Record(put(h, p + done, done, piece))) return false;
     done += piece;
   }
   g_lastError = 0;
   return true;
 }
 
+bool WriteAt(int16_t file, uint32_t off, const void* buf, uint32_t count) {
+  return InPieces(file, buf, count, [off](plat::FileHandle h, const char* p, uint32_t done, uint32_t n) {
+    return plat::WriteAt(h, uint64_t(off) + done, p, n);
+  });
+}
+
 bool Write(int16_t file, const void* buf, uint32_t count) {
-  plat::FileHandle h = HandleOf(file);
-  if (h == plat::kBadFile) return BadFile();
-  const auto* p = static_cast<const char*>(buf);
-  uint32_t done = 0;
-  while (done < count) {
-    uint32_t piece = count - done < kPiece ? count - done : kPiece;
-    ++g_platformWrites;
-    if (!Record(plat::Write(h, p + done, piece))) return false;
-    done += piece;
-  }
-  g_lastError = 0;
-  return true;
+  return InPieces(file, buf, count, [](plat::FileHandle h, const char* p, uint32_t, uint32_t n) {
+    return plat::Write(h, p, n);
+  });
 }
 
 bool Seek(int16_t file, int32_t off, int origin, uint32_t* newPos) {
