@@ -11,18 +11,13 @@ int16_t Run(NtxState* st, char* key, uint32_t* record) {
   *record = 0;
   if (st->curRecord == 0) return KX_NOTFOUND;
   KX_TRY(BeginCall(st));
-  // A position kept from the last call is the current key itself.
-  int16_t s = st->depth >= 0 ? int16_t(0) : Search(st, st->key, st->keyLength, 2, st->curRecord);
-  if (s < 0) return KX_FAIL(s);
+  // Gone, with nothing below it: the first key, with status 4.
+  bool done = false;
+  int16_t s = Refind(st, key, record, &done);
+  if (done || s < 0) return s;
   if (s == KX_EMPTY) {
     st->curRecord = 0;
     return KX_NOTFOUND;
-  }
-  if (s == KX_END) {
-    // Gone, with nothing below it: the first key.
-    s = GoTop(st);
-    if (s < 0) return KX_FAIL(s);
-    s = KX_NOTFOUND;
   }
   KX_TRY(TakeCurrent(st, key, record));
   return s;

@@ -9,32 +9,17 @@ namespace {
 int16_t Run(NtxState* st, char* key, uint32_t* record) {
   KX_TRY(BeginCall(st));
   int16_t s;
+  bool done = false;
   if (st->curRecord == 0) {
     s = GoTop(st);
   } else {
-    // Find the current key again; when it is gone the position is the
-    // greatest key below it, and the step returns the key that followed it.
-    // A position kept from the last call is the current key itself.
-    s = st->depth >= 0 ? int16_t(0) : Search(st, st->key, st->keyLength, 2, st->curRecord);
-    if (s < 0) return KX_FAIL(s);
-    if (s == KX_END) {
-      s = GoTop(st);
-      if (s < 0) return KX_FAIL(s);
-      if (s == 0) {
-        KX_TRY(TakeCurrent(st, key, record));
-        return KX_NOTFOUND;
-      }
-    } else if (s != KX_EMPTY) {
+    // When the current key is gone the position is the greatest key below
+    // it, and the step returns the key that followed it.
+    s = Refind(st, key, record, &done);
+    if (done || s < 0) return s;
+    if (s != KX_EMPTY) {
       s = StepNext(st);
-      if (s < 0) return KX_FAIL(s);
-      if (s == KX_END) {
-        s = GoBottom(st);
-        if (s < 0) return KX_FAIL(s);
-        if (s == 0) {
-          KX_TRY(TakeCurrent(st, key, record));
-          return KX_END;
-        }
-      }
+      if (s == KX_END) return Edge(st, GoBottom, key, record, KX_END);
     }
   }
   if (s < 0) return KX_FAIL(s);

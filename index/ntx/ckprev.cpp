@@ -9,32 +9,17 @@ namespace {
 int16_t Run(NtxState* st, char* key, uint32_t* record) {
   KX_TRY(BeginCall(st));
   int16_t s;
+  bool done = false;
   if (st->curRecord == 0) {
     s = GoBottom(st);
   } else {
-    // Find the current key again; when it is gone the position is already
-    // the greatest key below it, which is the key before it.
-    // A position kept from the last call is the current key itself.
-    s = st->depth >= 0 ? int16_t(0) : Search(st, st->key, st->keyLength, 2, st->curRecord);
-    if (s < 0) return KX_FAIL(s);
-    if (s == KX_END) {
-      s = GoTop(st);
-      if (s < 0) return KX_FAIL(s);
-      if (s == 0) {
-        KX_TRY(TakeCurrent(st, key, record));
-        return KX_NOTFOUND;
-      }
-    } else if (s == 0) {
+    // When the current key is gone the position is already the greatest
+    // key below it, which is the key before it.
+    s = Refind(st, key, record, &done);
+    if (done || s < 0) return s;
+    if (s == 0) {
       s = StepPrev(st);
-      if (s < 0) return KX_FAIL(s);
-      if (s == KX_END) {
-        s = GoTop(st);
-        if (s < 0) return KX_FAIL(s);
-        if (s == 0) {
-          KX_TRY(TakeCurrent(st, key, record));
-          return KX_END;
-        }
-      }
+      if (s == KX_END) return Edge(st, GoTop, key, record, KX_END);
     } else if (s == KX_NOTFOUND) {
       s = 0;
     }

@@ -8,11 +8,7 @@ namespace {
 
 int16_t Run(NtxState* st, char* key, uint32_t* record) {
   KX_TRY(BeginCall(st));
-  int16_t s = GoTop(st);
-  if (s < 0) return KX_FAIL(s);
-  if (s == KX_EMPTY) return NoKey(st, key, record);
-  KX_TRY(TakeCurrent(st, key, record));
-  return 0;
+  return Edge(st, GoTop, key, record, 0);
 }
 
 }  // namespace

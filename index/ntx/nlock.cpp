@@ -55,4 +55,21 @@ int16_t NoKey(NtxState* st, char* key, uint32_t* record) {
   return KX_EMPTY;
 }
 
+int16_t Edge(NtxState* st, int16_t (*edge)(NtxState*), char* key, uint32_t* record, int16_t status) {
+  int16_t s = edge(st);
+  if (s < 0) return KX_FAIL(s);
+  if (s == KX_EMPTY) return NoKey(st, key, record);
+  KX_TRY(TakeCurrent(st, key, record));
+  return status;
+}
+
+int16_t Refind(NtxState* st, char* key, uint32_t* record, bool* done) {
+  *done = false;
+  int16_t s = st->depth >= 0 ? int16_t(0) : Search(st, st->key, st->keyLength, 2, st->curRecord);
+  if (s < 0) return KX_FAIL(s);
+  if (s != KX_END) return s;
+  *done = true;
+  return Edge(st, GoTop, key, record, KX_NOTFOUND);
+}
+
 }  // namespace rv::ntx

@@ -214,6 +214,14 @@ using WalkFn = int16_t (*)(NtxState* st, char* key, uint32_t* record);
 int16_t WalkExport(int16_t handle, char* key, uint32_t* record, WalkFn run);
 // An empty index: no current key, an empty key and record 0; status 2.
 int16_t NoKey(NtxState* st, char* key, uint32_t* record);
+// Positions with `edge` (GoTop or GoBottom) and takes that key with `status`;
+// an empty index gives NoKey.
+int16_t Edge(NtxState* st, int16_t (*edge)(NtxState*), char* key, uint32_t* record, int16_t status);
+// Finds the current key again before a step (a position kept from the last
+// call is the key itself): 0 found, 4 on the greatest key below it, 2 empty.
+// When no key lies below it, the first key is taken with status 4 and
+// `*done` is set.
+int16_t Refind(NtxState* st, char* key, uint32_t* record, bool* done);
 
 // ---- Tree (search.cpp, step.cpp) ---------------------------------------------
 // Search statuses: 0 found, 2 empty, 3 nothing below, 4 positioned on the
