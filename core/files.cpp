@@ -14,7 +14,8 @@ struct Entry {
   plat::FileHandle handle;  // kBadFile when free
   // A shared view of the file's first bytes, made on first use (View).
   void* view;
-  uint32_t viewLength;
+  uint32_t viewLength;  // bytes the file held when asked for (at most viewMapped)
+  uint32_t viewMapped;  // bytes mapped
   bool viewWritable;
   intptr_t mapping;
 };
@@ -26,6 +27,9 @@ unsigned g_refs = 0;
 uint32_t g_lastError = 0;
 uint64_t g_platformWrites = 0;
 constexpr uint32_t kPiece = 4096;
+// Views larger than this are not made (the caller reads instead): address
+// space is scarce in a 32-bit process.
+constexpr uint32_t kMostViewed = sizeof(void*) > 4 ? 0xFFFF0000u : 0x10000000u;
 
 bool Record(bool ok) {
   if (ok) {
@@ -49,9 +53,10 @@ bool BadFile() {
 }
 
 void DropView(Entry& e) {
-  if (e.view) plat::UnmapView(e.view, e.viewLength, e.mapping);
+  if (e.view) plat::UnmapView(e.view, e.viewMapped, e.mapping);
   e.view = nullptr;
   e.viewLength = 0;
+  e.viewMapped = 0;
   e.viewWritable = false;
   e.mapping = 0;
 }
@@ -67,8 +72,8 @@ bool Setup(unsigned n, const char* /*ignored*/) {
   if (MemAllocLocked(&g_block, &p, uint32_t((n + 2) * sizeof(Entry))) < 0) return false;
   g_table = static_cast<Entry*>(p);
   g_count = n;
-  g_table[0] = {uint16_t(n ? 2 : 0), 0, plat::FileHandle(n), nullptr, 0, false, 0};
-  g_table[1] = {0, 0, plat::kBadFile, nullptr, 0, false, 0};
+  g_table[0] = {uint16_t(n ? 2 : 0), 0, plat::FileHandle(n), nullptr, 0, 0, false, 0};
+  g_table[1] = {0, 0, plat::kBadFile, nullptr, 0, 0, false, 0};
   for (unsigned i = 2; i < n + 2; ++i) {
     g_table[i].next = uint16_t(i + 1 < n + 2 ? i + 1 : 0);
     g_table[i].prev = uint16_t(i - 1);
@@ -218,10 +223,23 @@ void* View(int16_t file, uint32_t length, bool* writable) {
   *writable = false;
   plat::FileHandle h = HandleOf(file);
   if (h == plat::kBadFile) return nullptr;
+  if (length > kMostViewed) return nullptr;
   Entry& e = g_table[file];
-  if (e.view && e.viewLength < length) DropView(e);
+  if (e.view && length > e.viewLength) {
+    // Within what is mapped already the view only grows with the file.
+    if (length <= e.viewMapped)
+      e.viewLength = length;
+    else
+      DropView(e);
+  }
   if (!e.view) {
-    e.view = plat::MapView(h, length, &e.viewWritable, &e.mapping);
+    // A view that may reach past the file's end gets room to grow (a quarter
+    // more, in 64 KiB steps), so that a file growing page by page is not
+    // mapped again for every page.
+    uint64_t reach = length;
+    if (plat::kViewBeyondEnd) reach = (uint64_t(length) + length / 4 + 0xFFFF) & ~uint64_t(0xFFFF);
+    if (reach > kMostViewed) reach = kMostViewed;
+    e.view = plat::MapView(h, length, uint32_t(reach), &e.viewWritable, &e.mapping, &e.viewMapped);
     if (!e.view) return nullptr;
     e.viewLength = length;
   }

@@ -62,15 +62,21 @@ bool Unlock(FileHandle f, uint32_t off, uint32_t len);
 // once, and a store through a writable view is in the file at once (as a
 // write would be). *writable tells whether stores are allowed (only when the
 // handle may write). nullptr when the file cannot be mapped. `mapping` keeps
-// what UnmapView needs besides the address.
-void* MapView(FileHandle f, uint32_t len, bool* writable, intptr_t* mapping);
-void UnmapView(void* view, uint32_t len, intptr_t mapping);
+// what UnmapView needs besides the address. Where the platform allows it
+// (kViewBeyondEnd) the view covers `reach` bytes (at least `len`): room for
+// the file to grow without a new view; bytes past the file's end must not be
+// touched. *mapped receives the bytes mapped, which UnmapView takes.
+void* MapView(FileHandle f, uint32_t len, uint32_t reach, bool* writable, intptr_t* mapping,
+              uint32_t* mapped);
+void UnmapView(void* view, uint32_t mapped, intptr_t mapping);
 // Windows refuses to change the size of a file while a view of it exists;
 // POSIX only needs the file to stay at least as long as the view.
 #if defined(_WIN32)
 constexpr bool kViewBlocksResize = true;
+constexpr bool kViewBeyondEnd = false;
 #else
 constexpr bool kViewBlocksResize = false;
+constexpr bool kViewBeyondEnd = true;
 #endif
 // Erase and rename report the C library's error number (errno values:
 // 2 no such file, 13 access denied) through CError().

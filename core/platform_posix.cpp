@@ -197,22 +197,26 @@ bool Length(FileHandle f, uint64_t* len) {
   return Ok();
 }
 
-void* MapView(FileHandle f, uint32_t len, bool* writable, intptr_t* mapping) {
+void* MapView(FileHandle f, uint32_t len, uint32_t reach, bool* writable, intptr_t* mapping,
+              uint32_t* mapped) {
   *writable = false;
   *mapping = 0;
+  *mapped = 0;
   PosixFile* pf = AsFile(f);
   if (!pf || len == 0 || !pf->canRead) return nullptr;
   struct stat st;
   if (fstat(pf->fd, &st) != 0 || uint64_t(st.st_size) < len) return nullptr;
+  if (reach < len) reach = len;
   const bool write = pf->canWrite && pf->writableFd;
-  void* v = ::mmap(nullptr, len, PROT_READ | (write ? PROT_WRITE : 0), MAP_SHARED, pf->fd, 0);
+  void* v = ::mmap(nullptr, reach, PROT_READ | (write ? PROT_WRITE : 0), MAP_SHARED, pf->fd, 0);
   if (v == MAP_FAILED) return nullptr;
   *writable = write;
+  *mapped = reach;
   return v;
 }
 
-void UnmapView(void* view, uint32_t len, intptr_t) {
-  if (view) ::munmap(view, len);
+void UnmapView(void* view, uint32_t mapped, intptr_t) {
+  if (view) ::munmap(view, mapped);
 }
 
 bool Seek(FileHandle f, int64_t off, int origin, uint64_t* newPos) {

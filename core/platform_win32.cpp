@@ -276,9 +276,11 @@ bool Length(FileHandle f, uint64_t* len) {
   return Ok();
 }
 
-void* MapView(FileHandle f, uint32_t len, bool* writable, intptr_t* mapping) {
+void* MapView(FileHandle f, uint32_t len, uint32_t, bool* writable, intptr_t* mapping,
+              uint32_t* mapped) {
   *writable = false;
   *mapping = 0;
+  *mapped = 0;
   HANDLE h = AsHandle(f);
   LARGE_INTEGER size;
   if (!h || len == 0 || !GetFileSizeEx(h, &size) || uint64_t(size.QuadPart) < len) return nullptr;
@@ -298,6 +300,7 @@ void* MapView(FileHandle f, uint32_t len, bool* writable, intptr_t* mapping) {
   }
   *writable = write;
   *mapping = reinterpret_cast<intptr_t>(m);
+  *mapped = len;
   return v;
 }
 

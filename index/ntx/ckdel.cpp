@@ -116,9 +116,7 @@ int16_t Delete(NtxState* st, const char* key, uint32_t record) {
     KX_TRY(PagePut(st, off));
     break;
   }
-  Wr16(st->header + 2, uint16_t(Counter(st) + 1));
-  KX_TRY(WriteHeader(st, 2, 6));
-  return 0;
+  return Commit(st);
 }
 
 }  // namespace

@@ -14,19 +14,17 @@ constexpr int kHeaderCopy = 280;   // the meaningful header bytes kept in the st
 constexpr int kExprOffset = 22;
 constexpr int kExprSize = 256;
 constexpr int kUniqueOffset = 278;
-// Page buffers, all in one memory block (NtxState::pagesBlock): enough for
-// the upper levels of large trees to stay cached between calls. The buffers
-// (and the cache table with them) start at kPageBuffers and double, at the
-// start of a call that finds every buffer in use, up to kCacheCapacity:
-// small indexes and many open handles cost little memory.
-constexpr int kCacheCapacity = 4096;  // most buffers (a power of two)
+// Page buffers, all in one memory block (NtxState::pagesBlock): what one
+// call works on. A change keeps every page it changes until it commits, so
+// the buffers must hold two pages for every level of the deepest tree.
 constexpr int kPageBuffers = 64;      // buffers at open when memory allows (a power of two)
-constexpr int kMinPageBuffers = 3;    // fewer than this and the open fails
+constexpr int kMinPageBuffers = 16;   // fewer than this and the open fails
 constexpr int kMaxKeyLength = 100;
 constexpr int kNameSize = 261;
 
 // Cache entry flags.
-constexpr uint8_t kChanged = 0x02;
+constexpr uint8_t kChanged = 0x02;  // not written yet
+constexpr uint8_t kFreed = 0x04;    // put on the free chain by the change under way
 
 // Little-endian field access.
 inline uint16_t Rd16(const uint8_t* p) { return uint16_t(p[0] | p[1] << 8); }
@@ -112,9 +110,12 @@ struct NtxState {
   // The page being worked on (the most recently used entry).
   uint8_t* page;
   uint32_t pageOffset;
-  // The last call left its cached pages (and, for navigation, its position)
-  // valid for the header bytes 2..11 in the copy.
+  // The header copy and the cached pages (the position's path) are what the
+  // last call saw; the next call compares them with the file.
   uint8_t kept;
+  uint32_t grown;           // pages the change under way added at the file's end
+  uint32_t visits;          // pages entered by this call
+  uint32_t visitLimit;      // more than this: the tree is damaged
   KXBLOCK pagesBlock;       // every page buffer, kPage bytes each
   uint8_t* pagesAt;         // the buffers' address (entry i's buffer is page i)
   uint8_t pagesLocked;      // pagesBlock is locked (from the open to the close)
@@ -179,31 +180,36 @@ inline uint32_t TableBytes(int buffers) {
 // Makes the page at `offset` current (the most recently used entry,
 // st->page), reading it when it is not cached. `raw` skips the layout check (free pages).
 int16_t PageGet(NtxState* st, uint32_t offset, bool raw = false);
-// Writes a cached page at once. It stays cached: the file holds the same
-// bytes now, so the next call that needs it does not read it again.
+// Marks a cached page as changed: Commit writes it.
 int16_t PagePut(NtxState* st, uint32_t offset);
-// A new formatted current page, from the free list or the end of the file.
+// A new formatted current page, from the free chain (its links checked) or
+// the end of the file. Changed, not written.
 int16_t PageAllocate(NtxState* st, uint32_t* offset);
-// Puts a cached page on the free list and writes the free head.
+// Puts a cached page on the free chain (in the cache and the header copy).
 int16_t PageFree(NtxState* st, uint32_t offset);
-// Marks a cached page as changed, so that reusing its buffer writes it.
+// Marks a cached page as changed, if it is cached.
 void MarkChanged(NtxState* st, uint32_t offset);
-// Forgets every cached page and the position: the one place where what was
-// learnt from the file is dropped. Pages are written by PagePut before this.
+// Ends a change: the file's new length, every changed page, then the header
+// bytes 2..11 with the update counter increased.
+int16_t Commit(NtxState* st);
+// Empties the cache table (at open).
 void CacheReset(NtxState* st);
 // Re-reads header bytes 2..11 (counter, root, free head) and the file length,
 // and forgets every cached page and the position.
 int16_t RefreshHeader(NtxState* st);
 // The start of every tree operation: header bytes 2..11 as the file holds
-// them now (through the shared view of the header, or read). When they are
-// those the last call left and that call kept its pages, the pages and the
-// position are still right (every writer changes the update counter with
-// every change) and are kept; otherwise they are dropped and the file length
-// is read again.
+// them now (through the shared view of the header, or read). The position
+// kept by the last call stays only when those bytes and every page of its
+// path are unchanged in the file; otherwise it is forgotten, and a changed
+// header also has the file length read again.
 int16_t BeginCall(NtxState* st);
-// The end of every tree operation: a failure, or a changed page still in
-// the cache, drops every cached page and the position; otherwise the pages
-// stay for the next call, and the position too when `keepPosition`.
+// Counts a page entered on the way down; a damaged tree (a cycle, pages
+// shared between subtrees) runs over the limit and gives -6.
+int16_t Visit(NtxState* st);
+// The end of every tree operation: a failure, or a change not committed,
+// forgets every cached page, the position and the header copy; otherwise
+// the pages of the position's path stay (the position only when
+// `keepPosition`).
 void EndCall(NtxState* st, int16_t status, bool keepPosition);
 // Writes header bytes [from, from + count) at once.
 int16_t WriteHeader(NtxState* st, int from, int count);

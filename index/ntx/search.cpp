@@ -23,6 +23,7 @@ int16_t Search(NtxState* st, const uint8_t* key, int cmpLength, int mode, uint32
   // Down to the leaf where the key would be.
   for (;;) {
     if (page == 0 || st->depth + 1 >= st->stackCapacity) return KX_FAIL(KX_ERR_STRUCTURE);
+    KX_TRY(Visit(st));
     KX_TRY(PageGet(st, page));
     const uint8_t* pg = st->page;
     int n = Count(pg);

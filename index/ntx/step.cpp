@@ -6,6 +6,7 @@ namespace rv::ntx {
 
 static int16_t Push(NtxState* st, uint32_t page, int16_t pos) {
   if (page == 0 || st->depth + 1 >= st->stackCapacity) return KX_FAIL(KX_ERR_STRUCTURE);
+  KX_TRY(Visit(st));
   ++st->depth;
   st->stack[st->depth] = {page, pos};
   return 0;
