@@ -259,6 +259,10 @@ int16_t Hcreate(int16_t* file, const char* path);
 int16_t Herase(const char* path);
 int16_t HRENAME(const char* newPath, const char* oldPath);
 int16_t HEXIST(const char* path);
+// A name for a temporary file in the directory of `beside`: the first free
+// "<number><extension>" (numbers from 0). -14 when it does not fit in
+// `size`, -46 when every number is taken.
+int16_t HTempName(const char* beside, const char* extension, char* out, size_t size);
 // A shared mapping of the file's first `length` bytes (the file must be at
 // least that long), made on first use and dropped when the file is closed
 // or its size is set. Reads through it see other processes' writes at once

@@ -13,7 +13,6 @@ namespace {
 
 constexpr size_t kNameSize = kPathSize + 16;
 constexpr uint32_t kCopyChunk = 64 * 1024;  // bytes read and written at once
-constexpr int kMaxTempNumber = 0x7FFF;
 
 // What the pack needs of the old table once its handle is closed.
 struct Plan {
@@ -47,14 +46,7 @@ int16_t MakeNames(Plan* plan) {
   int n = std::snprintf(plan->backup, sizeof plan->backup, "%s%.*s.BAK", dir, int(stem), name);
   if (n < 0 || size_t(n) >= kPathSize) return KX_FAIL(KX_ERR_FILENAME);
   if (SameName(plan->backup, path)) return KX_FAIL(KX_ERR_FILENAME);
-  for (int number = 0; number <= kMaxTempNumber; ++number) {
-    n = std::snprintf(plan->temp, sizeof plan->temp, "%s%d%s", dir, number, ".DBF");
-    if (n < 0 || size_t(n) >= kPathSize) return KX_FAIL(KX_ERR_FILENAME);
-    int16_t exists = HEXIST(plan->temp);
-    if (exists < 0) return KX_FAIL(exists);
-    if (exists == 0) return 0;
-  }
-  return KX_FAIL(KX_ERR_OPEN);
+  return HTempName(path, ".DBF", plan->temp, sizeof plan->temp);
 }
 
 // Creates and opens the temporary table with the old table's fields.

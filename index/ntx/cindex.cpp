@@ -453,7 +453,30 @@ struct Job {
   bool locked = false;
   bool tmpOpen = false;
   bool indexOpen = false;
+  bool built = false;          // the new index exists under `building`
+  char building[kNameSize];    // where the new index is built
 };
+
+// Writes the built index's bytes over the index file (made when missing).
+int16_t CopyInto(int16_t from, const char* name) {
+  uint32_t length = 0;
+  KX_TRY(Hlen(from, &length));
+  Block buf;
+  if (buf.Alloc(kWriteRegion) < 0) return KX_FAIL(KX_ERR_NOMEM);
+  int16_t file = 0;
+  KX_TRY(Hcreate(&file, name));
+  int16_t s = 0;
+  for (uint32_t off = 0; off < length && s >= 0;) {
+    const uint32_t n = std::min(length - off, kWriteRegion);
+    s = HreadAt(from, off, buf.bytes(), n);
+    if (s >= 0) s = HwriteAt(file, off, buf.bytes(), n, false);
+    off += n;
+  }
+  int16_t c = CloseOsFile(file);
+  if (s < 0) return KX_FAIL(s);
+  if (c < 0) return KX_FAIL(c);
+  return 0;
+}
 
 // Makes every record's entry; entries go to runs as the buffer fills.
 int16_t MakeEntries(Job& job, Sorter& so, const KeySource& shape, const char* expression,
@@ -589,10 +612,14 @@ int16_t Build(Job& job, const char* name, uint16_t type, char* expression, int16
     if (flag != dbf::kLockTaken) return KX_FAIL(KX_ERR_LOCK);
     job.locked = true;
   }
-  KX_TRY(KXDCCREATE(name, type, expression, length, decimals));
+  // The index is built beside its file, which is written only once the
+  // whole build has succeeded: a build that fails leaves it as it was.
+  KX_TRY(HTempName(name, ".NTX", job.building, sizeof job.building));
+  KX_TRY(KXDCCREATE(job.building, type, expression, length, decimals));
+  job.built = true;
   if (Hcreate(&job.tmp, kTempName) < 0) return KX_FAIL(KX_ERR_OPEN);
   job.tmpOpen = true;
-  s = KXDCOPENX(&job.index, name, 0);
+  s = KXDCOPENX(&job.index, job.building, 0);
   if (s < 0) return KX_FAIL(s);
   job.indexOpen = true;
 
@@ -620,7 +647,12 @@ int16_t Build(Job& job, const char* name, uint16_t type, char* expression, int16
     KX_TRY(Merge(so, tb, records));
   }
   KX_TRY(tb.Finish());
-  return 0;
+  // The header as the close would write it, then the whole file.
+  NtxState* st = ns.state<NtxState>();
+  st->headerChanged = 0;
+  Wr16(st->header + 2, uint16_t(Counter(st) + 1));
+  KX_TRY(WriteHeader(st, 2, 10));
+  return CopyInto(st->fs.file, name);
 }
 
 // Closes the index and the temporary file, erases it and unlocks the table,
@@ -638,6 +670,7 @@ int16_t Cleanup(Job& job) {
     step(CloseOsFile(job.tmp));
     step(Herase(kTempName));
   }
+  if (job.built) step(Herase(job.building));
   if (job.locked) step(KXDDUNLOCK(job.table, 2, nullptr));
   return first;
 }

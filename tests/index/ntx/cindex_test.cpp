@@ -241,10 +241,15 @@ TEST_F(BulkIndex, TemporaryFileAndLockOnEveryExit) {
   };
   struct { const char* file; char type; const char* expr; int16_t want; } cases[] = {
       {"ok.ntx", 'C', "NAME", 0}, {"bad.ntx", 'C', "AMOUNT+NAME", KX_ERR_EXPR},  // fails on record 1
+      {"ok.ntx", 'C', "AMOUNT+NAME", KX_ERR_EXPR},  // the index built before stays as it was
       {"no/such/dir/x.ntx", 'C', "NAME", KX_ERR_OPEN}, {"t.ntx", 'X', "NAME", KX_ERR_KEYTYPE}};
+  std::vector<uint8_t> ok;
   for (const auto& c : cases) {
     EXPECT_EQ(Index(c.file, c.type, c.expr), c.want) << c.file;
-    EXPECT_FALSE(fs::exists(tmp)) << c.file;
+    if (c.want == 0) ok = ReadBytes(dir.file(c.file));
+    EXPECT_EQ(ReadBytes(dir.file("ok.ntx")), ok) << c.file;
+    if (c.want < 0 && c.file != std::string("ok.ntx")) EXPECT_FALSE(fs::exists(dir.file(c.file))) << c.file;
+    EXPECT_FALSE(fs::exists(tmp) || fs::exists(dir.file("0.NTX"))) << c.file;
     EXPECT_EQ(lockedBy(), 0) << c.file << ": the build left the table locked";
   }
   // A table another handle has locked, a bad table handle, null arguments.

@@ -1,0 +1,22 @@
+// HTempName: a free temporary file name beside a file.
+#include <cstdio>
+
+#include "kxcore.h"
+
+namespace rv {
+
+int16_t HTempName(const char* beside, const char* extension, char* out, size_t size) {
+  size_t split = 0;
+  for (size_t i = 0; beside[i]; ++i)
+    if (beside[i] == ':' || beside[i] == '\\' || beside[i] == '/') split = i + 1;
+  for (int number = 0; number <= 0x7FFF; ++number) {
+    int n = std::snprintf(out, size, "%.*s%d%s", int(split), beside, number, extension);
+    if (n < 0 || size_t(n) >= size) return KX_FAIL(KX_ERR_FILENAME);
+    int16_t exists = HEXIST(out);
+    if (exists < 0) return KX_FAIL(exists);
+    if (exists == 0) return 0;
+  }
+  return KX_FAIL(KX_ERR_OPEN);
+}
+
+}  // namespace rv
