@@ -44,14 +44,24 @@
  *   processes wrote before it. An open table or index keeps a shared memory
  *   view of its first bytes (the DBF record count; the NTX update counter,
  *   root and free head), so that this costs no system call per call.
- * - NTX pages stay cached between calls while the index's update counter,
- *   root and free head are unchanged; every writer changes the counter on
- *   every change, as NTX programs have always relied on. (A handle left idle
- *   across exactly 65,536 changes that leave root and free head as they were
- *   would not notice: the counter is 16 bits wide in the file.)
- * - On POSIX, a program that cuts a table or index shorter than its header
- *   while this library has it open makes the next access to the view fault:
- *   xBase programs never do this (a pack writes a new file and renames it).
+ * - NTX pages are read through a shared view of the whole index file, so a
+ *   page is always the file's current bytes. A handle keeps its position
+ *   (the pages of its path from the root) from one call to the next only
+ *   while the header's counter, root and free head and every page of that
+ *   path are byte for byte unchanged in the file; otherwise it searches for
+ *   its current key again. Writers that never change the counter are seen
+ *   like any other.
+ * - An NTX add or delete reads and checks every page it needs (free-chain
+ *   links included) before it writes anything: one that fails leaves the
+ *   file as it was. KXDCINDEX builds the new index beside its file and
+ *   writes it over the file only when the build has succeeded.
+ * - On POSIX, a program that cuts a table shorter than its header, or an
+ *   index shorter than the pages this library last read from it, while the
+ *   file is open here makes the next access to the view fault: xBase
+ *   programs never do this (a pack or rebuild writes a new file; recreating
+ *   an index that others have open is not shared use). The length of an
+ *   index is read again whenever its header changes and before a page is
+ *   added at its end.
  *   On Windows such a file cannot be cut or replaced while it is open here.
  *
  * Windows builds
@@ -687,8 +697,17 @@ KXEXPORT int16_t KXAPI KXDXINFO(uint16_t *count, uint16_t *longest);
  *   key was deleted and no key lies below it, they give 4 and return the
  *   first key, which becomes current.
  * - A page that cannot be a valid NTX page (key count above the maximum, an
- *   item outside the page) or a tree deeper than its page size allows gives
- *   -6; nothing is read or written outside the page.
+ *   item outside the page), a tree deeper than its page size allows, or a
+ *   walk or search that enters more pages than the file holds (a cycle, or
+ *   pages shared between subtrees) gives -6; nothing is read or written
+ *   outside the page. A free-chain link that is not a page of the file, or
+ *   names the root or a page of the change's path, gives -6 before anything
+ *   is written.
+ * - Free pages: a free page's link to the next is read from its first four
+ *   bytes, or, when the page holds a key count of 0 over a sound offsets
+ *   table (the layout of other NTX writers), from its first item's child
+ *   pointer. Pages freed here carry the link in the first four bytes, and
+ *   also in that child pointer when the page would read the other way.
  * - KXDCKNUM writes at most key length characters (longer texts are cut).
  */
 #pragma pack(push, 1)
@@ -769,8 +788,10 @@ KXEXPORT int16_t KXAPI KXDCKMAKEH(int16_t table, int16_t index, KXBLOCK *block);
    than the key is printed again as "%0L.Dlf", negatives complemented over
    the key length after the sign, so they end in "\"); any other expression
    is made per record as KXDCKMAKE does, and the table's record buffer and
-   position are put back afterwards. On a failure the index file is left as
-   far as it was built. 0, -13, -21, -37 (table locked elsewhere), the codes
+   position are put back afterwards. The index is built in a temporary
+   file "<number>.NTX" beside `name` (the first free number), copied over
+   `name` when complete and erased on every exit: on a failure `name` is
+   left as it was (or not made). 0, -13, -21, -37 (table locked elsewhere), the codes
    of KXDCCREATE, -46 (temporary file), -3, -1, -2, -4, -7 and key-making
    failures. */
 KXEXPORT int16_t KXAPI KXDCINDEX(int16_t table, const char *name, uint16_t type,
