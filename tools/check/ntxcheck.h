@@ -1,5 +1,5 @@
-// Test-side NTX tree checker: reads an index file as bytes and verifies its
-// structure independently of the engine.
+// NTX tree checker: reads an index file as bytes and verifies its structure
+// independently of the engine. Used by `rvdb verify` and by the tests.
 #pragma once
 
 #include <cstdint>

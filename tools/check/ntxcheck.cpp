@@ -1,17 +1,15 @@
-// The NTX tree checker used by the tests.
+// The NTX tree checker.
 #include "ntxcheck.h"
 
 #include <fstream>
 #include <set>
 
-#include "testutil.h"
-
 namespace ntxcheck {
 namespace {
 
-using testutil::Le16;
-using testutil::Le32;
 constexpr uint32_t kPage = 1024;
+uint16_t Le16(const std::vector<uint8_t>& b, size_t off) { return uint16_t(b[off] | b[off + 1] << 8); }
+uint32_t Le32(const std::vector<uint8_t>& b, size_t off) { return Le16(b, off) | uint32_t(Le16(b, off + 2)) << 16; }
 
 struct Walker {
   const std::vector<uint8_t>& b;

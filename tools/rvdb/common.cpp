@@ -1,0 +1,196 @@
+// rvdb's shared parts: statuses, tables and indexes, text, progress.
+#include <chrono>
+#include <cstdio>
+#include <fstream>
+#include <unistd.h>
+
+#include "rvdb.h"
+
+namespace rvdb {
+
+namespace {
+
+std::string Describe(const std::string& file, const std::string& operation, int status) {
+  return file + ": " + operation + " failed: status " + std::to_string(status) + " (" +
+         StatusMeaning(status) + ")";
+}
+
+double Now() {
+  using namespace std::chrono;
+  return duration<double>(steady_clock::now().time_since_epoch()).count();
+}
+
+}  // namespace
+
+Failure::Failure(const std::string& f, const std::string& op, int s)
+    : std::runtime_error(Describe(f, op, s)), file(f), operation(op), status(s) {}
+
+const char* StatusMeaning(int status) {
+  switch (status) {
+    case 0: return "success";
+    case 1: return "record deleted";
+    case 2: return "empty";
+    case 3: return "end reached";
+    case 4: return "not found";
+    case 5: return "text cut";
+    case 6: return "number rounded";
+    case 7: return "file size disagrees with the header";
+    case KX_ERR_WRITE: return "write failed";
+    case KX_ERR_READ: return "read failed or file too short";
+    case KX_ERR_NOMEM: return "out of memory";
+    case KX_ERR_SEEK: return "position out of range";
+    case KX_ERR_NOFILE: return "no such file";
+    case KX_ERR_STRUCTURE: return "damaged index structure";
+    case KX_ERR_EXPR: return "bad expression or value type";
+    case KX_ERR_NOHANDLE: return "no free handle";
+    case KX_ERR_PAGEPOS: return "page not cached";
+    case KX_ERR_PAGEWRITE: return "page write";
+    case KX_ERR_RANGE: return "argument out of range";
+    case KX_ERR_HANDLE: return "bad handle";
+    case KX_ERR_FILENAME: return "bad file name";
+    case KX_ERR_DATE: return "bad date";
+    case KX_ERR_TIME: return "bad time";
+    case KX_ERR_MEMOHEADER: return "bad memo header";
+    case KX_ERR_VERSION: return "unknown version or mode";
+    case KX_ERR_HEADERLEN: return "bad header length";
+    case KX_ERR_NULL: return "missing argument";
+    case KX_ERR_KEYTYPE: return "bad key type";
+    case KX_ERR_EXPRLEN: return "bad key length";
+    case KX_ERR_ITEMSIZE: return "bad item size";
+    case KX_ERR_ROOT: return "bad root";
+    case KX_ERR_HEADERFIELD: return "bad header field";
+    case KX_ERR_FIELDNO: return "bad field number or count";
+    case KX_ERR_FIELDNAME: return "bad field name";
+    case KX_ERR_FIELDLEN: return "bad field width";
+    case KX_ERR_DECIMALS: return "bad decimals";
+    case KX_ERR_FIELDTYPE: return "bad field type";
+    case KX_ERR_RECLEN: return "bad record length";
+    case KX_ERR_VALUE: return "value does not fit the field";
+    case KX_ERR_MEMOVALUE: return "bad memo value";
+    case KX_ERR_PRODINDEX: return "production index flag";
+    case KX_ERR_READONLY: return "read-only";
+    case KX_ERR_LOCK: return "locked by another program";
+    case KX_ERR_UNLOCK: return "not locked";
+    case KX_ERR_ACCESS: return "access denied";
+    case KX_ERR_NTXHEADER: return "bad NTX header";
+    case KX_ERR_OPEN: return "cannot open or create";
+    case KX_ERR_FLUSH: return "flush failed";
+    case KX_ERR_MEMLOCK: return "memory lock";
+    case KX_ERR_NOINIT: return "engine not initialised";
+    default: return status < 0 ? "engine failure" : "outcome";
+  }
+}
+
+int Check(int status, const std::string& file, const std::string& operation) {
+  if (status < 0) {
+    KXESCODE(0);
+    throw Failure(file, operation, status);
+  }
+  return status;
+}
+
+Kind KindOf(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  if (!in) throw Failure(path, "open", KX_ERR_OPEN);
+  uint8_t head[32] = {};
+  in.read(reinterpret_cast<char*>(head), sizeof head);
+  const auto got = in.gcount();
+  std::string ext = path.size() > 4 ? path.substr(path.size() - 4) : "";
+  for (auto& c : ext) c = char(std::tolower(static_cast<unsigned char>(c)));
+  if (ext == ".ntx" || (got >= 22 && head[0] == 6 && head[1] == 0 && head[14] > 0)) return Kind::Ntx;
+  if (ext == ".dbf" || (got == 32 && (head[0] == 0x03 || head[0] == 0x83 || head[0] == 0x8B ||
+                                       head[0] == 0xF5)))
+    return Kind::Table;
+  return Kind::Unknown;
+}
+
+Table::Table(const std::string& path, uint16_t mode) : path_(path) {
+  openStatus_ = Check(KXDDOPENX(&handle_, path.c_str(), mode), path, "open table");
+  int16_t widest = 0;
+  KXRECINFO ri{};
+  Check(KXDDRINFO(handle_, &ri), path, "record information");
+  std::vector<KXDBFFIELD> raw(ri.fieldCount);
+  Check(KXDDFINFO(handle_, &widest, raw.data()), path, "field information");
+  recordLength_ = ri.recordLength;
+  buffer_ = ri.buffer.address;
+  unsigned offset = 1;
+  for (const auto& f : raw) {
+    const char type = char(f.type);
+    fields_.push_back({f.name, type, f.width, type == 'C' ? 0u : f.decimals, offset});
+    offset += f.width;
+  }
+}
+
+Table::~Table() {
+  if (handle_ >= 0 && KXDDCLOSE(handle_) < 0) KXESCODE(0);
+}
+
+uint32_t Table::count() const {
+  uint32_t n = 0;
+  Check(KXDDSIZE(handle_, &n), path_, "record count");
+  return n;
+}
+
+bool Table::Read(uint32_t recno) {
+  return Check(KXDDRGET(handle_, int32_t(recno)), path_, "read record " + std::to_string(recno)) == 1;
+}
+
+Index::Index(const std::string& path, uint16_t mode) : path_(path) {
+  Check(KXDCOPENX(&handle_, path.c_str(), mode), path, "open index");
+  Check(KXDCINFO(handle_, &info_), path, "index information");
+}
+
+Index::~Index() {
+  if (handle_ >= 0 && KXDCCLOSE(handle_) < 0) KXESCODE(0);
+}
+
+std::string Index::Expression() const {
+  char e[257] = {};
+  Check(KXDCEXPR(handle_, e), path_, "key expression");
+  return e;
+}
+
+std::string TrimRight(std::string_view s) {
+  size_t n = s.size();
+  while (n > 0 && (s[n - 1] == ' ' || s[n - 1] == '\0')) --n;
+  return std::string(s.substr(0, n));
+}
+
+std::string Trim(std::string_view s) {
+  size_t b = 0;
+  while (b < s.size() && s[b] == ' ') ++b;
+  return TrimRight(s.substr(b));
+}
+
+std::string IsoDate(std::string_view raw) {
+  std::string t = Trim(raw);
+  if (t.size() != 8) return t;
+  return t.substr(0, 4) + "-" + t.substr(4, 2) + "-" + t.substr(6, 2);
+}
+
+Progress::Progress(std::string what, uint64_t total)
+    : what_(std::move(what)), total_(total ? total : 1), enabled_(isatty(2) != 0), start_(Now()) {}
+
+Progress::~Progress() {
+  if (shown_) std::fprintf(stderr, "\r%*s\r", int(what_.size()) + 60, "");
+}
+
+void Progress::Draw(uint64_t done) {
+  const double t = Now();
+  if (t - start_ < 1.0 || t - last_ < 0.2) return;
+  last_ = t;
+  shown_ = true;
+  const int width = 40, filled = int(width * std::min<uint64_t>(done, total_) / total_);
+  std::fprintf(stderr, "\r%s [%.*s%*s] %3d%%", what_.c_str(), filled,
+               "########################################", width - filled, "",
+               int(100 * std::min<uint64_t>(done, total_) / total_));
+  std::fflush(stderr);
+}
+
+Engine::Engine() {
+  if (KXDINIT(100, 4) < 0) throw Failure("-", "initialise the engine", KXECODE());
+}
+
+Engine::~Engine() { KXDTERM(); }
+
+}  // namespace rvdb

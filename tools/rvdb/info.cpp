@@ -1,0 +1,62 @@
+// rvdb info: what a table or an index holds.
+#include <fmt/core.h>
+
+#include <fstream>
+
+#include "ntxcheck.h"
+#include "rvdb.h"
+
+namespace rvdb {
+namespace {
+
+void TableInfo(const std::string& path) {
+  Table t(path, 0x100 | 0x400);
+  KXDBFINFO di{};
+  Check(KXDDINFO(t.handle(), &di), path, "table information");
+  uint8_t head[32] = {};
+  std::ifstream(path, std::ios::binary).read(reinterpret_cast<char*>(head), sizeof head);
+  char lud[16] = {};
+  std::string updated = KXDDLUD(t.handle(), lud, 4) == 0 ? IsoDate(lud) : "invalid";
+  KXESCODE(0);
+  fmt::print("{}: table\n  version     0x{:02X}\n  mode        {}\n  records     {}\n", path, head[0],
+             di.mode, t.count());
+  fmt::print("  header      {} bytes\n  record      {} bytes\n  updated     {}\n  fields      {}\n",
+             head[8] | head[9] << 8, t.recordLength(), updated, t.fields().size());
+  for (const auto& f : t.fields())
+    fmt::print("    {:<10} {} {:>4} {:>2}\n", f.name, f.type, f.width, f.decimals);
+  if (t.openStatus() == 7) fmt::print("  warning     the file size disagrees with the header\n");
+}
+
+void NtxInfo(const std::string& path) {
+  Index ix(path, 0x100 | 0x400);
+  const KXINDEXINFO& ii = ix.info();
+  const auto c = ntxcheck::Check(path, {false});
+  fmt::print("{}: NTX index\n  expression  {}\n  key length  {}\n  decimals    {}\n  unique      {}\n",
+             path, ix.Expression(), ii.keyLength, ii.decimals, (ii.options & 0x80) ? "yes" : "no");
+  if (c.ok)
+    fmt::print("  depth       {}\n  pages       {} in the tree, {} free\n  keys        {}\n", c.depth,
+               c.treePages, c.freePages, c.keys.size());
+  else
+    fmt::print("  structure   damaged: {}\n", c.error);
+}
+
+}  // namespace
+
+int Info(const std::vector<std::string>& files) {
+  int code = kExitOk;
+  for (const auto& path : files) {
+    try {
+      switch (KindOf(path)) {
+        case Kind::Table: TableInfo(path); break;
+        case Kind::Ntx: NtxInfo(path); break;
+        default: throw UsageError(path + ": not a table or index this tool knows");
+      }
+    } catch (const std::exception& e) {
+      fmt::print(stderr, "rvdb info: {}\n", e.what());
+      code = kExitFailed;
+    }
+  }
+  return code;
+}
+
+}  // namespace rvdb

@@ -1,0 +1,141 @@
+// rvdb: a command-line tool over the engine's public interface. Shared
+// parts of the commands: failures with their file, operation and status,
+// tables opened and read field by field, progress on a terminal.
+#pragma once
+
+#include <cstdint>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "rvdb4xx.h"
+
+namespace rvdb {
+
+// Exit codes.
+constexpr int kExitOk = 0;
+constexpr int kExitProblems = 1;  // verify found problems; find found no exact key
+constexpr int kExitFailed = 2;    // a file could not be read, or an operation failed
+constexpr int kExitUsage = 3;     // the command line is wrong
+
+// A failure of an engine call: the file, what was being done, the status.
+struct Failure : std::runtime_error {
+  Failure(const std::string& file, const std::string& operation, int status);
+  std::string file, operation;
+  int status;
+};
+// A failure that is not an engine status (bad input, a file of no kind known).
+struct UsageError : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+// What an engine status means, in a few words.
+const char* StatusMeaning(int status);
+// Throws Failure for a negative status (the sticky status is cleared first,
+// so that the next call works).
+int Check(int status, const std::string& file, const std::string& operation);
+
+// The kinds of files the tool knows, by their content and name.
+enum class Kind { Table, Ntx, Unknown };
+Kind KindOf(const std::string& path);
+
+struct Field {
+  std::string name;
+  char type;
+  unsigned width, decimals, offset;  // offset in the record, after the flag byte
+};
+
+// A table opened through the engine. Records are read into the engine's
+// record buffer; fields are taken from it as their stored text.
+class Table {
+ public:
+  Table(const std::string& path, uint16_t mode);
+  ~Table();
+  Table(const Table&) = delete;
+  Table& operator=(const Table&) = delete;
+  int16_t handle() const { return handle_; }
+  const std::string& path() const { return path_; }
+  const std::vector<Field>& fields() const { return fields_; }
+  uint32_t count() const;
+  unsigned recordLength() const { return recordLength_; }
+  // Reads record `recno`; true when it is marked deleted.
+  bool Read(uint32_t recno);
+  // A field's stored text (the record read last).
+  std::string_view Raw(const Field& f) const {
+    return {reinterpret_cast<const char*>(buffer_) + f.offset, f.width};
+  }
+  bool Deleted() const { return buffer_[0] == '*'; }
+  int openStatus() const { return openStatus_; }
+
+ private:
+  std::string path_;
+  int16_t handle_ = -1;
+  int openStatus_ = 0;
+  std::vector<Field> fields_;
+  unsigned recordLength_ = 0;
+  const uint8_t* buffer_ = nullptr;
+};
+
+// An NTX index opened through the engine.
+class Index {
+ public:
+  Index(const std::string& path, uint16_t mode);
+  ~Index();
+  Index(const Index&) = delete;
+  Index& operator=(const Index&) = delete;
+  int16_t handle() const { return handle_; }
+  const KXINDEXINFO& info() const { return info_; }
+  std::string Expression() const;
+
+ private:
+  std::string path_;
+  int16_t handle_ = -1;
+  KXINDEXINFO info_{};
+};
+
+// Text helpers.
+std::string TrimRight(std::string_view s);
+std::string Trim(std::string_view s);
+// "yyyymmdd" to "yyyy-mm-dd"; blanks to "".
+std::string IsoDate(std::string_view raw);
+
+// Progress on standard error for long work, when it is a terminal: nothing
+// until a second has passed, then a bar redrawn a few times a second.
+class Progress {
+ public:
+  Progress(std::string what, uint64_t total);
+  ~Progress();
+  void Update(uint64_t done) {
+    if (enabled_ && (done & 0x3FF) == 0) Draw(done);
+  }
+
+ private:
+  void Draw(uint64_t done);
+  std::string what_;
+  uint64_t total_;
+  bool enabled_;
+  bool shown_ = false;
+  double start_, last_ = 0;
+};
+
+// The engine's life for one run of the tool.
+struct Engine {
+  Engine();
+  ~Engine();
+};
+
+// Builds an NTX index over the table with the bulk build (the index file is
+// replaced only when the build is complete).
+void BuildNtx(Table& table, const std::string& target, const KXINDEXINFO& info, std::string expression,
+              bool unique);
+
+// Commands: each returns the exit code.
+int Info(const std::vector<std::string>& files);
+int Dump(const std::string& table, const std::string& index, bool deleted, const std::string& format);
+int Import(const std::string& table, const std::string& csv, const std::string& fields);
+int Verify(const std::vector<std::string>& files);
+int Reindex(const std::string& table, const std::vector<std::string>& indexes);
+int Pack(const std::string& table, const std::string& memo);
+int Find(const std::string& table, const std::string& index, const std::string& key);
+
+}  // namespace rvdb
