@@ -8,8 +8,9 @@ cd "$(dirname "$0")/.."
 n="${1:-1000000}"
 build=build/bench
 cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=Release -DRVDB_TESTS=OFF -DRVDB_BENCH=ON >/dev/null
-cmake --build "$build" -j"$(nproc)" --target rvbench >/dev/null
+cmake --build "$build" -j"$(nproc)" --target rvbench toolbench rvdb >/dev/null
 "$build/bench/rvbench" "$n"
 if [ "$n" != 100000 ]; then
   "$build/bench/rvbench" 100000
 fi
+"$build/bench/toolbench" "$build/tools/rvdb" "$n"

@@ -110,11 +110,13 @@ TEST_F(Rvdb, VerifyFindsEachDamage) {
   EXPECT_EQ(Run("verify people.dbf name.ntx"), 1);
   const std::string ka = std::string(reinterpret_cast<const char*>(&name[a + 4]), 20),
                     kb = std::string(reinterpret_cast<const char*>(&name[b + 4]), 20);
-  EXPECT_EQ(out, "name.ntx: record " + std::to_string(Le32(name, a)) + ": key \"" + ka + "\" is missing\n" +
-                     "name.ntx: record " + std::to_string(Le32(name, b)) + ": key \"" + kb + "\" is missing\n" +
-                     "name.ntx: record " + std::to_string(Le32(name, b)) + ": key \"" + ka +
-                     "\" does not belong to it or is there twice\n" + "name.ntx: record " +
-                     std::to_string(Le32(name, a)) + ": key \"" + kb + "\" does not belong to it or is there twice\n")
+  const uint32_t ra = Le32(name, a), rb = Le32(name, b);
+  auto line = [](uint32_t rec, const std::string& key, const char* what) {
+    return "name.ntx: record " + std::to_string(rec) + ": key \"" + key + "\" " + what + "\n";
+  };
+  const char* wrong = "does not belong to it or is there twice";
+  EXPECT_EQ(out, line(rb, ka, wrong) + line(ra, kb, wrong) + line(std::min(ra, rb), ra < rb ? ka : kb, "is missing") +
+                     line(std::max(ra, rb), ra < rb ? kb : ka, "is missing"))
       << out;
   EXPECT_EQ(Run("verify nosuch.dbf"), 2);
   EXPECT_NE(err.find("nosuch.dbf: open failed: status -46"), std::string::npos) << err;

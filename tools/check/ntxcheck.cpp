@@ -1,8 +1,11 @@
 // The NTX tree checker.
 #include "ntxcheck.h"
 
+#include <algorithm>
+#include <array>
+#include <bitset>
 #include <fstream>
-#include <set>
+#include <string_view>
 
 namespace ntxcheck {
 namespace {
@@ -16,7 +19,7 @@ struct Walker {
   const Options& opt;
   Result& res;
   unsigned keyLen, maxKeys;
-  std::set<uint32_t> seen{};
+  std::vector<bool> seen;  // by page number
   int leafDepth = -1;
 
   bool Fail(const std::string& why, uint32_t off) {
@@ -25,14 +28,20 @@ struct Walker {
   }
   bool IsPage(uint32_t off) const { return off >= kPage && off % kPage == 0 && off + kPage <= b.size(); }
 
-  // In-order walk of the subtree at `off`, whose keys lie within [lo, hi].
-  bool Walk(uint32_t off, int depth, const std::string* lo, const std::string* hi) {
-    if (!IsPage(off) || depth > 40 || !seen.insert(off).second) return Fail("bad or repeated child", off);
+  std::string_view KeyAt(uint32_t item) const {
+    return {reinterpret_cast<const char*>(&b[item + 8]), keyLen};
+  }
+
+  // In-order walk of the subtree at `off`, whose keys lie within [lo, hi]
+  // (views of the file's bytes; empty data() for no bound).
+  bool Walk(uint32_t off, int depth, std::string_view lo, std::string_view hi) {
+    if (!IsPage(off) || depth > 40 || seen[off / kPage]) return Fail("bad or repeated child", off);
+    seen[off / kPage] = true;
     ++res.treePages;
     const unsigned n = Le16(b, off);
     if (n > maxKeys || (depth > 0 && opt.minFill && n < maxKeys / 2)) return Fail("key count", off);
-    std::vector<uint32_t> item(maxKeys + 1);
-    std::vector<bool> used(kPage);
+    std::array<uint32_t, 128> item;  // at most 100 keys a page
+    std::bitset<kPage> used;
     for (unsigned i = 0; i <= maxKeys; ++i) {
       item[i] = off + Le16(b, off + 2 + 2 * i);
       if (item[i] < off + 2 * maxKeys + 4 || item[i] + keyLen + 8 > off + kPage || used[item[i] - off])
@@ -44,15 +53,14 @@ struct Walker {
     if (leaf && leafDepth != depth) return Fail("leaves at different depths", off);
     for (unsigned i = 0; i <= n; ++i)
       if ((Le32(b, item[i]) == 0) != leaf) return Fail("child pointer wrong for the page's kind", off);
-    std::vector<std::string> keys(n);
     for (unsigned i = 0; i <= n; ++i) {
-      if (i < n) keys[i].assign(reinterpret_cast<const char*>(&b[item[i] + 8]), keyLen);
-      if (!leaf && !Walk(Le32(b, item[i]), depth + 1, lo, i < n ? &keys[i] : hi)) return false;
+      const std::string_view key = i < n ? KeyAt(item[i]) : hi;
+      if (!leaf && !Walk(Le32(b, item[i]), depth + 1, lo, key)) return false;
       if (i == n) break;
-      if ((lo && keys[i] < *lo) || (hi && keys[i] > *hi)) return Fail("key order broken", off);
-      res.keys.emplace_back(keys[i], Le32(b, item[i] + 4));
+      if ((lo.data() && key < lo) || (hi.data() && key > hi)) return Fail("key order broken", off);
+      res.keys.emplace_back(std::string(key), Le32(b, item[i] + 4));
       res.levels.push_back(depth);
-      lo = &keys[i];
+      lo = key;
     }
     return true;
   }
@@ -74,15 +82,22 @@ Result Check(const std::string& path, const Options& opt) {
   if (Le16(b, 0) != 6 || keyLen < 1 || keyLen > 100 || Le16(b, 12) != keyLen + 8)
     return fail("signature, key length or item size wrong");
   if (m != ((1020 / (keyLen + 10) - 1) & ~1u) || Le16(b, 20) != m / 2) return fail("maximum keys or half page wrong");
-  Walker w{b, opt, res, keyLen, m};
-  if (!w.Walk(Le32(b, 4), 0, nullptr, nullptr)) return res;
+  Walker w{b, opt, res, keyLen, m, std::vector<bool>(b.size() / kPage)};
+  res.keys.reserve(b.size() / kPage * (m / 2 + 1));
+  if (!w.Walk(Le32(b, 4), 0, {}, {})) return res;
   res.depth = w.leafDepth + 1;
-  for (uint32_t f = Le32(b, 8); f != 0; f = Le32(b, f), ++res.freePages)
-    if (!w.IsPage(f) || !w.seen.insert(f).second) return fail("free list: bad offset, a cycle or a tree page");
-  if (w.seen.size() != b.size() / kPage - 1) return fail("pages neither in the tree nor free");
-  std::set<uint32_t> recs;
-  for (const auto& k : res.keys)
-    if (!recs.insert(k.second).second) return fail("record number twice");
+  for (uint32_t f = Le32(b, 8); f != 0; f = Le32(b, f), ++res.freePages) {
+    if (!w.IsPage(f) || w.seen[f / kPage]) return fail("free list: bad offset, a cycle or a tree page");
+    w.seen[f / kPage] = true;
+  }
+  if (size_t(std::count(w.seen.begin(), w.seen.end(), true)) != b.size() / kPage - 1)
+    return fail("pages neither in the tree nor free");
+  std::vector<bool> recs;
+  for (const auto& k : res.keys) {
+    if (k.second >= recs.size()) recs.resize(std::max<size_t>(k.second + 1, recs.size() * 2));
+    if (recs[k.second]) return fail("record number twice");
+    recs[k.second] = true;
+  }
   res.ok = true;
   return res;
 }

@@ -49,7 +49,7 @@ std::vector<KXDBFFIELD> ParseFields(const std::string& spec) {
 }
 
 // Reads CSV records (RFC 4180: quoted values may hold commas, quotes
-// doubled, line breaks) one at a time.
+// doubled, line breaks) one at a time, from the file read in large pieces.
 class CsvReader {
  public:
   explicit CsvReader(const std::string& path) : in_(path, std::ios::binary), path_(path) {
@@ -60,18 +60,18 @@ class CsvReader {
   }
   bool Next(std::vector<std::string>& values) {
     values.clear();
-    int c = in_.get();
+    int c = Get();
     if (c == EOF) return false;
     ++line_;
     std::string v;
     bool quoted = false;
-    for (;; c = in_.get()) {
+    for (;; c = Get()) {
       if (quoted) {
         if (c == EOF) throw UsageError(path_ + ": line " + std::to_string(line_) + ": unterminated quote");
         if (c == '"') {
-          if (in_.peek() == '"') {
+          if (Peek() == '"') {
             v += '"';
-            in_.get();
+            Get();
           } else {
             quoted = false;
           }
@@ -96,12 +96,31 @@ class CsvReader {
     }
   }
   unsigned line() const { return line_; }
-  uint64_t position() { return uint64_t(in_.tellg()); }
+  uint64_t position() const { return consumed_ + at_; }
   uint64_t size() const { return size_; }
 
  private:
+  bool Fill() {
+    consumed_ += buf_.size();
+    buf_.resize(1 << 20);
+    in_.read(buf_.data(), std::streamsize(buf_.size()));
+    buf_.resize(size_t(in_.gcount()));
+    at_ = 0;
+    return !buf_.empty();
+  }
+  int Get() {
+    if (at_ == buf_.size() && !Fill()) return EOF;
+    return static_cast<unsigned char>(buf_[at_++]);
+  }
+  int Peek() {
+    if (at_ == buf_.size() && !Fill()) return EOF;
+    return static_cast<unsigned char>(buf_[at_]);
+  }
   std::ifstream in_;
   std::string path_;
+  std::string buf_;
+  size_t at_ = 0;
+  uint64_t consumed_ = 0;
   unsigned line_ = 0;
   uint64_t size_ = 0;
 };

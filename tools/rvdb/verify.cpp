@@ -33,11 +33,25 @@ uint32_t Le(const uint8_t* p, int n) {
   return v;
 }
 
-// The table's header against the file's size, every record's flag and dates.
+bool ValidDate(const char* d) {
+  int v[8];
+  for (int i = 0; i < 8; ++i) {
+    if (d[i] < '0' || d[i] > '9') return false;
+    v[i] = d[i] - '0';
+  }
+  const int y = v[0] * 1000 + v[1] * 100 + v[2] * 10 + v[3], m = v[4] * 10 + v[5], day = v[6] * 10 + v[7];
+  static const int days[12] = {31, 29, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+  const bool leap = (y % 4 == 0 && y % 100 != 0) || y % 400 == 0;
+  return m >= 1 && m <= 12 && day >= 1 && day <= (m == 2 && !leap ? 28 : days[m - 1]);
+}
+
+// The table's header against the file's size; every record's deletion flag
+// and dates, read from the file in large pieces.
 void CheckTable(Table& t, std::vector<bool>& live, Report& r) {
   const std::string& path = t.path();
+  std::ifstream in(path, std::ios::binary);
   uint8_t h[32] = {};
-  std::ifstream(path, std::ios::binary).read(reinterpret_cast<char*>(h), sizeof h);
+  in.read(reinterpret_cast<char*>(h), sizeof h);
   const uint64_t size = std::filesystem::file_size(path);
   const uint64_t count = Le(h + 4, 4), header = Le(h + 8, 2), length = Le(h + 10, 2);
   const uint64_t end = header + count * length;
@@ -50,17 +64,28 @@ void CheckTable(Table& t, std::vector<bool>& live, Report& r) {
   live.assign(size_t(n) + 1, false);
   Progress progress("verify " + path, n);
   std::vector<std::string> bad;
-  for (uint32_t rec = 1; rec <= n; ++rec) {
-    const int s = KXDDRGET(t.handle(), int32_t(rec));
-    if (s < 0) {
-      KXESCODE(0);
-      bad.push_back(fmt::format("record {}: status {} ({})", rec, s, StatusMeaning(s)));
-      continue;
+  std::vector<const Field*> dates;
+  for (const auto& f : t.fields())
+    if (f.type == 'D') dates.push_back(&f);
+  const uint32_t perPiece = uint32_t(std::max<uint64_t>(1, (1u << 20) / std::max<uint64_t>(length, 1)));
+  std::vector<char> piece;
+  in.seekg(std::streamoff(header));
+  for (uint32_t rec = 1; rec <= n;) {
+    const uint32_t k = std::min(perPiece, n - rec + 1);
+    piece.resize(size_t(k) * length);
+    in.read(piece.data(), std::streamsize(piece.size()));
+    for (uint32_t i = 0; i < k; ++i, ++rec) {
+      const char* row = piece.data() + size_t(i) * length;
+      const uint8_t flag = uint8_t(row[0]);
+      if (flag != ' ' && flag != '*') bad.push_back(fmt::format("record {}: deletion flag 0x{:02X}", rec, flag));
+      live[rec] = flag != '*';
+      for (const Field* f : dates) {
+        const char* d = row + f->offset;
+        if (std::string_view(d, 8) != "        " && !ValidDate(d))
+          bad.push_back(fmt::format("record {}: {} holds \"{}\", not a date", rec, f->name, std::string(d, 8)));
+      }
     }
-    const uint8_t flag = uint8_t(t.Raw({"", 'C', 1, 0, 0})[0]);
-    if (flag != ' ' && flag != '*') bad.push_back(fmt::format("record {}: deletion flag 0x{:02X}", rec, flag));
-    live[rec] = !t.Deleted();
-    progress.Update(rec);
+    progress.Update(rec & ~0x3FFu);
   }
   for (size_t i = 0; i < bad.size() && i < kMostLines; ++i) r.Problem(path, bad[i]);
   if (bad.size() > kMostLines) r.Problem(path, fmt::format("{} more records like these", bad.size() - kMostLines));
@@ -70,28 +95,60 @@ using Entries = std::vector<std::pair<std::string, uint32_t>>;
 
 // Numeric keys are written in several forms: the field's own text, "%0L.Dlf"
 // with a minus sign, or with the digits of a negative number complemented
-// (92 minus the code, "." kept, perhaps a final "\"). They are compared as
-// the number they stand for, in units of the last decimal.
-std::string NumericForm(const std::string& key, unsigned decimals) {
-  std::string t = Trim(key), text;
+// (92 minus the code, "." kept, perhaps a final "\\"). Two keys are the same
+// when they stand for the same number in units of the last decimal; keys
+// that are not numbers are compared as text.
+bool NumericValue(std::string_view key, unsigned decimals, long long* value) {
+  char text[64];
+  size_t n = 0, b = 0, e = key.size();
+  while (b < e && key[b] == ' ') ++b;
+  while (e > b && key[e - 1] == ' ') --e;
+  if (b == e || e - b > 40) return false;
   bool complemented = false;
-  for (char c : t)
+  for (size_t i = b; i < e; ++i) {
+    const char c = key[i];
     if (c != '.' && c != '-' && c != '\\' && (c < '0' || c > '9')) complemented = true;
-  if (complemented) {
-    text = "-";
-    for (char c : t) {
-      if (c == '\\') continue;
-      text += c == '.' ? '.' : char(92 - c);
-    }
-  } else {
-    text = t;
   }
+  if (complemented) text[n++] = '-';
+  for (size_t i = b; i < e; ++i) {
+    const char c = key[i];
+    if (complemented && c == '\\') continue;
+    text[n++] = complemented && c != '.' ? char(92 - c) : c;
+  }
+  text[n] = '\0';
   char* end = nullptr;
-  const double v = std::strtod(text.c_str(), &end);
-  if (text.empty() || *end != '\0') return key;  // not a number: compared as it is
-  double scale = 1;
-  for (unsigned i = 0; i < decimals; ++i) scale *= 10;
-  return fmt::format("{:+021d}", static_cast<long long>(std::llround(v * scale)));
+  double v = std::strtod(text, &end);
+  if (*end != '\0') return false;
+  for (unsigned i = 0; i < decimals; ++i) v *= 10;
+  *value = std::llround(v);
+  return true;
+}
+
+// Every record's key when the expression is a field (or DTOS() of one): the
+// field's text, cut or blank-padded to the key length.
+Entries FieldKeys(Table& t, const Field& f, unsigned keyLength) {
+  std::ifstream in(t.path(), std::ios::binary);
+  uint8_t h[12] = {};
+  in.read(reinterpret_cast<char*>(h), sizeof h);
+  const uint32_t count = Le(h + 4, 4), header = Le(h + 8, 2), length = Le(h + 10, 2);
+  Entries keys;
+  keys.reserve(count);
+  const uint32_t perPiece = std::max<uint32_t>(1, (1u << 20) / std::max<uint32_t>(length, 1));
+  std::vector<char> piece;
+  in.seekg(std::streamoff(header));
+  for (uint32_t rec = 1; rec <= count && in;) {
+    const uint32_t k = std::min(perPiece, count - rec + 1);
+    piece.resize(size_t(k) * length);
+    in.read(piece.data(), std::streamsize(piece.size()));
+    const uint32_t got = uint32_t(size_t(in.gcount()) / length);
+    for (uint32_t i = 0; i < got; ++i, ++rec) {
+      std::string key(piece.data() + size_t(i) * length + f.offset, std::min(f.width, keyLength));
+      key.resize(keyLength, ' ');
+      keys.emplace_back(std::move(key), rec);
+    }
+    if (got < k) break;
+  }
+  return keys;
 }
 
 // The index's keys of live records against the keys the bulk build makes
@@ -104,45 +161,74 @@ void CheckKeys(Table& t, const std::string& path, const std::vector<bool>& live,
   const bool unique = (info.options & 0x80) != 0;
   bool numeric = info.decimals > 0;
   for (const auto& f : t.fields()) numeric = numeric || (f.name == expression && (f.type == 'N' || f.type == 'F'));
-  auto form = [&](const std::string& k) { return numeric ? NumericForm(k, info.decimals) : k; };
-  namespace fs = std::filesystem;
-  const std::string fresh = (fs::temp_directory_path() / ("rvdb_verify_" + std::to_string(::getpid()) + ".ntx")).string();
-  BuildNtx(t, fresh, info, expression, false);
-  const auto built = ntxcheck::Check(fresh, {false});
-  std::error_code ec;
-  fs::remove(fresh, ec);
-  if (!built.ok) throw Failure(path, "read the keys made from " + t.path(), KX_ERR_STRUCTURE);
-  auto isLive = [&](uint32_t rec) { return rec < live.size() && live[rec]; };
-  Entries want, got;
-  std::vector<std::string> lines;
-  for (const auto& e : built.keys)
-    if (isLive(e.second)) want.emplace_back(form(e.first), unique ? 0u : e.second);
-  for (const auto& e : have) {
-    if (e.second == 0 || e.second >= live.size())
-      lines.push_back(fmt::format("key \"{}\" names record {}, which the table does not have", e.first, e.second));
-    else if (isLive(e.second) || unique)
-      got.emplace_back(form(e.first), unique ? 0u : e.second);
+  // A bare field or DTOS() of a date field: its text, read from the file.
+  // Any other expression: the keys of the engine's bulk build.
+  const Field* field = nullptr;
+  for (const auto& f : t.fields()) {
+    if (f.name == expression || (f.type == 'D' && "DTOS(" + f.name + ")" == expression)) field = &f;
   }
-  std::sort(want.begin(), want.end());
-  if (unique) want.erase(std::unique(want.begin(), want.end()), want.end());
-  std::sort(got.begin(), got.end());
-  Entries missing, extra;
-  std::set_difference(want.begin(), want.end(), got.begin(), got.end(), std::back_inserter(missing));
-  std::set_difference(got.begin(), got.end(), want.begin(), want.end(), std::back_inserter(extra));
-  // A numeric key is shown as its number.
-  auto shown = [&](const std::string& k) {
-    if (!numeric || k.size() != 21 || (k[0] != '+' && k[0] != '-')) return k;
-    double v = double(std::stoll(k));
-    for (unsigned i = 0; i < info.decimals; ++i) v /= 10;
-    return fmt::format("{:.{}f}", v, info.decimals);
+  Entries made;
+  if (field) {
+    made = FieldKeys(t, *field, info.keyLength);
+  } else {
+    namespace fs = std::filesystem;
+    const std::string fresh = (fs::temp_directory_path() / ("rvdb_verify_" + std::to_string(::getpid()) + ".ntx")).string();
+    BuildNtx(t, fresh, info, expression, false);
+    auto built = ntxcheck::Check(fresh, {false});
+    std::error_code ec;
+    fs::remove(fresh, ec);
+    if (!built.ok) throw Failure(path, "read the keys made from " + t.path(), KX_ERR_STRUCTURE);
+    made = std::move(built.keys);
+  }
+  auto isLive = [&](uint32_t rec) { return rec < live.size() && live[rec]; };
+  auto same = [&](std::string_view a, std::string_view b) {
+    long long x = 0, y = 0;
+    if (numeric && NumericValue(a, info.decimals, &x) && NumericValue(b, info.decimals, &y)) return x == y;
+    return a == b;
   };
-  for (const auto& e : missing)
-    lines.push_back(unique ? fmt::format("key \"{}\" is missing", shown(e.first))
-                           : fmt::format("record {}: key \"{}\" is missing", e.second, shown(e.first)));
-  for (const auto& e : extra)
-    lines.push_back(unique ? fmt::format("key \"{}\" is there too often or belongs to no live record", shown(e.first))
-                           : fmt::format("record {}: key \"{}\" does not belong to it or is there twice",
-                                         e.second, shown(e.first)));
+  std::vector<std::string> lines;
+  if (!unique) {
+    // Each entry checked against its record's key; then the live records
+    // that no entry named.
+    std::vector<std::string_view> expected(live.size());
+    for (const auto& e : made)
+      if (e.second < live.size()) expected[e.second] = e.first;
+    std::vector<uint8_t> found(live.size());
+    for (const auto& e : have) {
+      if (e.second == 0 || e.second >= live.size()) {
+        lines.push_back(fmt::format("key \"{}\" names record {}, which the table does not have", e.first, e.second));
+      } else if (isLive(e.second)) {
+        if (found[e.second] || !same(e.first, expected[e.second]))
+          lines.push_back(fmt::format("record {}: key \"{}\" does not belong to it or is there twice", e.second, e.first));
+        else
+          found[e.second] = 1;
+      }
+    }
+    for (uint32_t rec = 1; rec < live.size(); ++rec)
+      if (live[rec] && !found[rec])
+        lines.push_back(fmt::format("record {}: key \"{}\" is missing", rec, expected[rec]));
+  } else {
+    // Each distinct key of the live records once.
+    std::vector<std::string> want, got;
+    for (auto& e : made)
+      if (isLive(e.second)) want.push_back(std::move(e.first));
+    for (const auto& e : have) got.push_back(e.first);
+    auto canonical = [&](std::string& k) {
+      long long v = 0;
+      if (numeric && NumericValue(k, info.decimals, &v)) k = fmt::format("{:+021d}", v);
+    };
+    for (auto& k : want) canonical(k);
+    for (auto& k : got) canonical(k);
+    std::sort(want.begin(), want.end());
+    want.erase(std::unique(want.begin(), want.end()), want.end());
+    std::sort(got.begin(), got.end());
+    std::vector<std::string> missing, extra;
+    std::set_difference(want.begin(), want.end(), got.begin(), got.end(), std::back_inserter(missing));
+    std::set_difference(got.begin(), got.end(), want.begin(), want.end(), std::back_inserter(extra));
+    for (const auto& k : missing) lines.push_back(fmt::format("key \"{}\" is missing", k));
+    for (const auto& k : extra)
+      lines.push_back(fmt::format("key \"{}\" is there too often or belongs to no live record", k));
+  }
   for (size_t i = 0; i < lines.size() && i < kMostLines; ++i) r.Problem(path, lines[i]);
   if (lines.size() > kMostLines) r.Problem(path, fmt::format("{} more keys like these", lines.size() - kMostLines));
 }
