@@ -19,7 +19,7 @@ void TableInfo(const std::string& path) {
   std::string updated = KXDDLUD(t.handle(), lud, 4) == 0 ? IsoDate(lud) : "invalid";
   KXESCODE(0);
   fmt::print("{}: table\n  version     0x{:02X}\n  mode        {}\n  records     {}\n", path, head[0],
-             di.mode, t.count());
+             unsigned(di.mode), t.count());
   fmt::print("  header      {} bytes\n  record      {} bytes\n  updated     {}\n  fields      {}\n",
              head[8] | head[9] << 8, t.recordLength(), updated, t.fields().size());
   for (const auto& f : t.fields())
@@ -32,7 +32,7 @@ void NtxInfo(const std::string& path) {
   const KXINDEXINFO& ii = ix.info();
   const auto c = ntxcheck::Check(path, {false});
   fmt::print("{}: NTX index\n  expression  {}\n  key length  {}\n  decimals    {}\n  unique      {}\n",
-             path, ix.Expression(), ii.keyLength, ii.decimals, (ii.options & 0x80) ? "yes" : "no");
+             path, ix.Expression(), unsigned(ii.keyLength), unsigned(ii.decimals), (ii.options & 0x80) ? "yes" : "no");
   if (c.ok)
     fmt::print("  depth       {}\n  pages       {} in the tree, {} free\n  keys        {}\n", c.depth,
                c.treePages, c.freePages, c.keys.size());
