@@ -193,6 +193,10 @@ int16_t WalkExport(int16_t handle, char* key, uint32_t* record, WalkFn run);
 int16_t NoKey(IdxState* st, char* key, uint32_t* record);
 int16_t Edge(IdxState* st, int16_t (*edge)(IdxState*), char* key, uint32_t* record, int16_t status);
 int16_t Refind(IdxState* st, char* key, uint32_t* record, bool* done);
+// After a step from the current key: the key reached must not lie before
+// it (forward) or after it (backward); a tree that leads a walk round in a
+// circle gives -6.
+int16_t CheckStep(IdxState* st, bool forward);
 // The 8-byte ordered form of a double (KXDIKNUM); -0.0 is taken as 0.0.
 void OrderedDouble(uint8_t* out, double value);
 // The Julian day number of a civil date.

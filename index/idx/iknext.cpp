@@ -20,6 +20,7 @@ int16_t Run(IdxState* st, char* key, uint32_t* record) {
     if (s != KX_EMPTY) {
       s = StepNext(st);
       if (s == KX_END) return Edge(st, GoBottom, key, record, KX_END);
+      if (s == 0) KX_TRY(CheckStep(st, true));
     }
   }
   if (s < 0) return KX_FAIL(s);

@@ -20,6 +20,7 @@ int16_t Run(IdxState* st, char* key, uint32_t* record) {
     if (s == 0) {
       s = StepPrev(st);
       if (s == KX_END) return Edge(st, GoTop, key, record, KX_END);
+      if (s == 0) KX_TRY(CheckStep(st, false));
     } else if (s == KX_NOTFOUND) {
       s = 0;
     }

@@ -46,6 +46,15 @@ int16_t Refind(IdxState* st, char* key, uint32_t* record, bool* done) {
   return Edge(st, GoTop, key, record, KX_NOTFOUND);
 }
 
+int16_t CheckStep(IdxState* st, bool forward) {
+  const uint8_t* k = nullptr;
+  uint32_t r = 0;
+  KX_TRY(CurrentItem(st, &k, &r));
+  const int c = std::memcmp(k, st->key, st->keyLength);
+  if (forward ? c < 0 : c > 0) return KX_FAIL(KX_ERR_STRUCTURE);
+  return 0;
+}
+
 void OrderedDouble(uint8_t* out, double value) {
   if (value == 0.0) value = 0.0;  // -0.0 sorts with 0.0
   uint64_t bits = 0;
