@@ -12,22 +12,39 @@ int16_t Load(IdxState* st, uint32_t offset, const Flat** out) {
   if (offset < FirstNode(st)) return KX_FAIL(KX_ERR_SEEK);
   bool fresh = false;
   KX_TRY(ix::Get(st, offset, &fresh));
-  for (int i = 0; i < kDecoded; ++i) {
-    const Flat& f = st->flats[i];
-    if (f.off == offset && std::memcmp(f.raw, st->page, kNode) == 0) {
-      *out = &f;
-      return 0;
+  const bool expanded = st->compact && (Rd16(st->page) & kAttrLeaf);
+  Flat* f;
+  if (expanded) {
+    for (int i = 0; i < kDecoded; ++i) {
+      const Flat& g = st->flats[i];
+      // A buffer read again may hold other bytes; one kept since the
+      // expansion holds the same (changes Touch what they write).
+      if (g.off == offset &&
+          ((!fresh && g.src == st->page) || std::memcmp(g.raw, st->page, kNode) == 0)) {
+        *out = &g;
+        return 0;
+      }
     }
+    f = &st->flats[st->flatNext];
+    st->flatNext = uint8_t((st->flatNext + 1) % kDecoded);
+  } else {
+    f = &st->flats[kDecoded + st->viewNext];
+    st->viewNext = uint8_t((st->viewNext + 1) % kViews);
   }
-  Flat* f = &st->flats[st->flatNext];
-  st->flatNext = uint8_t((st->flatNext + 1) % kDecoded);
   int16_t s = DecodeNode(st, st->page, offset, f);
+  f->src = st->page;
   if (s < 0) {
+    f->off = 0;
     if (!(ix::FlagsOf(st, offset) & kChanged)) ix::Forget(st, offset);
     return KX_FAIL(s);
   }
   *out = f;
   return 0;
+}
+
+void Touch(IdxState* st, uint32_t offset) {
+  for (int i = 0; i < kDecoded + kViews; ++i)
+    if (st->flats[i].off == offset) st->flats[i].off = 0;
 }
 
 int16_t LoadNode(IdxState* st, uint32_t offset, Node* nd) {
@@ -43,6 +60,7 @@ int16_t StoreNode(IdxState* st, const Node& nd, bool* fits) {
   if (!*fits) return 0;
   bool fresh = false;
   KX_TRY(ix::Get(st, nd.off, &fresh));
+  Touch(st, nd.off);
   std::memcpy(st->page, pg, kNode);
   KX_TRY(ix::Put(st, nd.off));
   return 0;
@@ -63,6 +81,7 @@ int16_t AllocateNode(IdxState* st, uint32_t* offset) {
     off = st->fileLength;
     if (off % kNode != 0 || off > 0xFFFFFFFFu - kNode) return KX_FAIL(KX_ERR_SEEK);
     KX_TRY(ix::Fresh(st, off));
+    Touch(st, off);
     if (!st->compact) Wr32(st->header + 8, st->fileLength);
   } else {
     // Every link is checked before it is followed.
@@ -76,6 +95,7 @@ int16_t AllocateNode(IdxState* st, uint32_t* offset) {
     Wr32(st->header + 4, link);
     st->cache[st->mru].flags = uint8_t(st->cache[st->mru].flags & ~kFreed);
     ix::MarkChanged(st, off);
+    Touch(st, off);
     std::memset(st->page, 0, kNode);
   }
   *offset = off;
@@ -85,6 +105,7 @@ int16_t AllocateNode(IdxState* st, uint32_t* offset) {
 int16_t FreeNode(IdxState* st, uint32_t offset) {
   bool fresh = false;
   KX_TRY(ix::Get(st, offset, &fresh));
+  Touch(st, offset);
   std::memset(st->page, 0, kNode);
   Wr32(st->page, FreeHead(st));
   ix::MarkChanged(st, offset, kFreed);

@@ -14,6 +14,7 @@ namespace {
 int16_t PatchNode(IdxState* st, uint32_t off, int field, uint32_t value) {
   bool fresh = false;
   KX_TRY(ix::Get(st, off, &fresh));
+  Touch(st, off);
   Wr32(st->page + field, value);
   KX_TRY(ix::Put(st, off));
   return 0;

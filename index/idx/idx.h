@@ -27,7 +27,8 @@ constexpr int kMaxEntries = 244;
 constexpr int kLevels = 40;           // descent path capacity
 constexpr int kNodeBuffers = 64;      // page buffers at open (a power of two)
 constexpr int kMinNodeBuffers = 16;
-constexpr int kDecoded = 4;           // decoded nodes kept per handle
+constexpr int kDecoded = 4;           // expanded compact leaves kept per handle
+constexpr int kViews = 2;             // fixed-size nodes read in place, in turn
 
 using ix::kChanged;
 using ix::kFreed;
@@ -59,18 +60,55 @@ inline void WrBe(uint8_t* p, uint32_t v) {
   p[3] = uint8_t(v);
 }
 
-// A node decoded into flat arrays: keys whole (key length bytes each).
+// A decoded node. Nodes of fixed-size entries (standard nodes, compact
+// interior nodes) are read in place from the copy of their bytes; compact
+// leaves are expanded into flat arrays, keys whole (key length bytes each).
 struct Flat {
   uint32_t off;             // node offset, 0 = slot empty
   uint16_t attr;
   uint16_t n;
   uint32_t left, right;
-  uint8_t raw[kNode];       // the node's bytes it was decoded from
+  uint16_t keyLength;
+  uint16_t stride;          // bytes per entry of a fixed-size node
+  uint8_t kind;             // kExpanded, kStdLeaf, kStdInterior, kCompactInterior
+  uint8_t pad;
+  mutable int16_t done;     // compact leaves: entries whose keys are built
+  const uint8_t* base;      // fixed-size nodes: the node's bytes in the page cache
+  const uint8_t* src;       // compact leaves: the cache buffer they were expanded from
+  uint8_t raw[kNode];       // compact leaves: the node's bytes they were expanded from
   uint32_t recs[kMaxEntries];
-  uint32_t childs[kMaxEntries];
-  uint8_t keys[kMaxEntries * kMaxKeyLength];
+  uint16_t tailAt[kMaxEntries];
+  uint8_t dups[kMaxEntries];
+  uint8_t fresh[kMaxEntries];
+  mutable uint8_t keys[kMaxEntries * kMaxKeyLength];
+  static constexpr uint8_t kExpanded = 0, kStdLeaf = 1, kStdInterior = 2, kCompactInterior = 3;
   bool leaf() const { return (attr & kAttrLeaf) != 0; }
-  const uint8_t* key(int i, int keyLength) const { return keys + size_t(i) * size_t(keyLength); }
+  const uint8_t* at(int i) const { return base + 12 + size_t(i) * stride; }
+  // Builds the keys of a compact leaf up to entry i, each from the one
+  // before it, as they are asked for.
+  void Build(int i) const {
+    const size_t L = keyLength;
+    for (int j = done; j <= i; ++j) {
+      uint8_t* k = keys + size_t(j) * L;
+      if (j > 0) std::memcpy(k, k - L, L);
+      std::memcpy(k + dups[j], raw + tailAt[j], fresh[j]);
+      const size_t trail = L - dups[j] - fresh[j];
+      if (trail) std::memset(k + dups[j] + fresh[j], pad, trail);
+    }
+    if (i >= done) done = int16_t(i + 1);
+  }
+  const uint8_t* key(int i, int) const {
+    if (kind != kExpanded) return at(i);
+    if (i >= done) Build(i);
+    return keys + size_t(i) * keyLength;
+  }
+  uint32_t rec(int i) const {
+    return kind == kExpanded ? recs[i] : kind == kStdInterior ? 0 : RdBe(at(i) + keyLength);
+  }
+  uint32_t child(int i) const {
+    return kind == kStdInterior ? RdBe(at(i) + keyLength)
+           : kind == kCompactInterior ? RdBe(at(i) + keyLength + 4) : 0;
+  }
 };
 
 // The state of an IDX handle: the page cache's part, then the family's own.
@@ -87,8 +125,9 @@ struct IdxState : ix::PagedState {
   KXBLOCK keyBlock;
   uint8_t* key;             // the current key, key length + 1 bytes
   KXBLOCK flatBlock;
-  Flat* flats;              // kDecoded decoded nodes
-  uint8_t flatNext;         // the slot the next decode takes
+  Flat* flats;              // kDecoded expanded leaves, then kViews in-place views
+  uint8_t flatNext;         // the leaf slot the next expansion takes
+  uint8_t viewNext;         // the view the next fixed-size node takes
   char expr[kExprMax + 1];
   char name[kNameSize];
 };
@@ -142,8 +181,13 @@ void ToNode(const IdxState* st, const Flat& f, Node* nd);
 
 // ---- Pages (cache.cpp) ----------------------------------------------------------
 // The decoded node at `offset` (read through the page cache); -4 for an
-// offset that is not a node of the file, -6 for a damaged node.
+// offset that is not a node of the file, -6 for a damaged node. A node of
+// fixed-size entries is read in place: the result is good until the next
+// Load (two views are used in turn); an expanded compact leaf stays in
+// its slot while its bytes are unchanged.
 int16_t Load(IdxState* st, uint32_t offset, const Flat** out);
+// Forgets the expansion of a node whose cached bytes are being changed.
+void Touch(IdxState* st, uint32_t offset);
 // Loads a node for a change into `nd`.
 int16_t LoadNode(IdxState* st, uint32_t offset, Node* nd);
 // Encodes `nd` into its cached page and marks it changed; false in *fits

@@ -14,7 +14,7 @@ KXEXPORT int16_t KXAPI KXDIKTYPE(int16_t handle, uint16_t type) {
   st->keyType = letter;
   st->pad = letter == 'C' ? uint8_t(' ') : uint8_t(0);
   // Decoded compact leaves depend on the pad byte.
-  for (int i = 0; i < kDecoded; ++i) st->flats[i].off = 0;
+  for (int i = 0; i < kDecoded + kViews; ++i) st->flats[i].off = 0;
   ix::CacheReset(st);
   return SetStatus(0);
 }

@@ -67,7 +67,7 @@ int16_t OpenBody(IdxState* st, const char* name, uint16_t mode, int16_t h, bool*
   void* p = nullptr;
   KX_TRY(MemAllocLocked(&st->keyBlock, &p, uint32_t(keyLength) + 1));
   st->key = static_cast<uint8_t*>(p);
-  KX_TRY(MemAllocLocked(&st->flatBlock, &p, uint32_t(sizeof(Flat) * kDecoded)));
+  KX_TRY(MemAllocLocked(&st->flatBlock, &p, uint32_t(sizeof(Flat) * (kDecoded + kViews))));
   st->flats = static_cast<Flat*>(p);
   st->flatNext = 0;
   KX_TRY(ix::CacheOpen(st, kNode, kLevels, kNodeBuffers, kMinNodeBuffers));

@@ -6,6 +6,14 @@
 
 namespace rv::idx {
 
+// A little-endian 64-bit value read as raw bytes, in host order.
+static inline uint64_t Le64(uint64_t raw) {
+  const auto* b = reinterpret_cast<const uint8_t*>(&raw);
+  uint64_t v = 0;
+  for (int i = 7; i >= 0; --i) v = v << 8 | b[i];
+  return v;
+}
+
 Widths WidthsFor(int keyLength, uint32_t maxRecord) {
   const int k = BitsOf(uint32_t(keyLength));
   int b = k <= 1 ? 2 : k <= 5 ? 3 : 4;
@@ -27,6 +35,8 @@ void WriteLeafHeader(uint8_t* pg, const Widths& w, uint16_t freeBytes) {
   pg[23] = uint8_t(w.B);
 }
 
+// Reads and checks every info entry of a compact leaf; the keys are built
+// later, as they are asked for (Flat::Build).
 static int16_t DecodeCompactLeaf(const IdxState* st, const uint8_t* pg, Flat* f) {
   const int L = st->keyLength;
   const int n = f->n;
@@ -37,27 +47,30 @@ static int16_t DecodeCompactLeaf(const IdxState* st, const uint8_t* pg, Flat* f)
   if (n > kMaxEntries || n * B > int(kNode) - 24) return KX_ERR_STRUCTURE;
   int pos = int(kNode);
   const int floor = 24 + n * B;
-  const uint8_t* prev = nullptr;
-  for (int i = 0; i < n; ++i) {
-    const uint8_t* info = pg + 24 + i * B;
+  const uint8_t* info = pg + 24;
+  const uint64_t keep = B < 8 ? (uint64_t(1) << (8 * B)) - 1 : ~uint64_t(0);
+  for (int i = 0; i < n; ++i, info += B) {
+    // The entry as one little-endian number; bytes past it are masked off.
     uint64_t v = 0;
-    for (int b = B - 1; b >= 0; --b) v = v << 8 | info[b];
-    const uint32_t rec = uint32_t(v) & recMask;
-    int dup = int((v >> R) & dupMask);
+    if (info + 8 <= pg + kNode) {
+      std::memcpy(&v, info, 8);
+      v = Le64(v) & keep;
+    } else {
+      for (int b = B - 1; b >= 0; --b) v = v << 8 | info[b];
+    }
+    f->recs[i] = uint32_t(v) & recMask;
+    const int dup = i == 0 ? 0 : int((v >> R) & dupMask);
     const int trail = int((v >> (R + D)) & trailMask);
-    if (i == 0) dup = 0;
     const int fresh = L - dup - trail;
     if (fresh < 0) return KX_ERR_STRUCTURE;
     pos -= fresh;
     if (pos < floor) return KX_ERR_STRUCTURE;
-    uint8_t* k = f->keys + size_t(i) * size_t(L);
-    if (dup) std::memcpy(k, prev, size_t(dup));
-    std::memcpy(k + dup, pg + pos, size_t(fresh));
-    std::memset(k + dup + fresh, st->pad, size_t(trail));
-    f->recs[i] = rec;
-    f->childs[i] = 0;
-    prev = k;
+    f->dups[i] = uint8_t(dup);
+    f->fresh[i] = uint8_t(fresh);
+    f->tailAt[i] = uint16_t(pos);
   }
+  f->done = 0;
+  f->pad = st->pad;
   return 0;
 }
 
@@ -68,32 +81,27 @@ int16_t DecodeNode(const IdxState* st, const uint8_t* pg, uint32_t off, Flat* f)
   f->n = Rd16(pg + 2);
   f->left = Rd32(pg + 4);
   f->right = Rd32(pg + 8);
+  f->keyLength = uint16_t(L);
   const int n = f->n;
   if (st->compact && f->leaf()) {
+    f->kind = Flat::kExpanded;
+    f->stride = 0;
     int16_t s = DecodeCompactLeaf(st, pg, f);
     if (s < 0) return s;
   } else {
     const bool withRec = st->compact;  // compact interior: key, record, child
-    const int size = L + (withRec ? 8 : 4);
+    f->stride = uint16_t(L + (withRec ? 8 : 4));
+    f->kind = withRec ? Flat::kCompactInterior : f->leaf() ? Flat::kStdLeaf : Flat::kStdInterior;
     const int cap = withRec ? CompactInteriorCapacity(L) : StdCapacity(L);
     if (n > cap) return KX_ERR_STRUCTURE;
-    for (int i = 0; i < n; ++i) {
-      const uint8_t* e = pg + 12 + i * size;
-      std::memcpy(f->keys + size_t(i) * size_t(L), e, size_t(L));
-      if (withRec) {
-        f->recs[i] = RdBe(e + L);
-        f->childs[i] = RdBe(e + L + 4);
-      } else if (f->leaf()) {
-        f->recs[i] = RdBe(e + L);
-        f->childs[i] = 0;
-      } else {
-        f->recs[i] = 0;
-        f->childs[i] = RdBe(e + L);
-      }
-    }
   }
   if (!f->leaf() && n == 0) return KX_ERR_STRUCTURE;
-  std::memcpy(f->raw, pg, kNode);
+  if (f->kind == Flat::kExpanded) {
+    std::memcpy(f->raw, pg, kNode);
+    f->base = nullptr;
+  } else {
+    f->base = pg;
+  }
   f->off = off;
   return 0;
 }
@@ -106,8 +114,8 @@ void ToNode(const IdxState* st, const Flat& f, Node* nd) {
   nd->e.resize(f.n);
   for (int i = 0; i < f.n; ++i) {
     Ent& e = nd->e[size_t(i)];
-    e.rec = f.recs[i];
-    e.child = f.childs[i];
+    e.rec = f.rec(i);
+    e.child = f.child(i);
     std::memcpy(e.key, f.key(i, st->keyLength), st->keyLength);
   }
 }

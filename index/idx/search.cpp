@@ -11,11 +11,22 @@ namespace {
 // over `len` bytes, then record numbers when `withRecord`.
 int FirstNotBelow(const Flat* f, int keyLength, const uint8_t* key, size_t len, bool withRecord,
                   uint32_t record) {
+  if (f->kind == Flat::kExpanded) {
+    // Keys of a compact leaf are built in order: stop at the first one
+    // not below the search key.
+    int i = 0;
+    for (; i < f->n; ++i) {
+      int c = std::memcmp(f->key(i, keyLength), key, len);
+      if (c == 0 && withRecord) c = f->rec(i) < record ? -1 : 0;
+      if (c >= 0) break;
+    }
+    return i;
+  }
   int lo = 0, hi = f->n;
   while (lo < hi) {
     const int mid = (lo + hi) >> 1;
     int c = std::memcmp(f->key(mid, keyLength), key, len);
-    if (c == 0 && withRecord) c = f->recs[mid] < record ? -1 : 0;
+    if (c == 0 && withRecord) c = f->rec(mid) < record ? -1 : 0;
     if (c < 0)
       lo = mid + 1;
     else
@@ -52,7 +63,7 @@ int16_t Descend(IdxState* st, const uint8_t* key, size_t len, bool withRecord, u
     }
     if (i == f->n) i = f->n - 1;
     e.pos = int16_t(i);
-    page = f->childs[i];
+    page = f->child(i);
   }
 }
 

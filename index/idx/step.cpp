@@ -23,7 +23,7 @@ int16_t SettleForward(IdxState* st) {
     if (top.pos < 0) top.pos = 0;
     if (top.pos < int16_t(f->n)) {
       if (f->leaf()) return 0;
-      KX_TRY(Push(st, f->childs[top.pos], 0));
+      KX_TRY(Push(st, f->child(top.pos), 0));
       continue;
     }
     if (st->depth == 0) {
@@ -43,7 +43,7 @@ static int16_t SettleBack(IdxState* st) {
     if (top.pos >= int16_t(f->n)) top.pos = int16_t(f->n - 1);
     if (top.pos >= 0) {
       if (f->leaf()) return 0;
-      KX_TRY(Push(st, f->childs[top.pos], kLastPos));
+      KX_TRY(Push(st, f->child(top.pos), kLastPos));
       continue;
     }
     if (st->depth == 0) {
@@ -90,7 +90,7 @@ int16_t CurrentItem(IdxState* st, const uint8_t** key, uint32_t* record) {
   KX_TRY(Load(st, top.page, &f));
   if (!f->leaf() || top.pos < 0 || top.pos >= int16_t(f->n)) return KX_FAIL(KX_ERR_STRUCTURE);
   *key = f->key(top.pos, st->keyLength);
-  *record = f->recs[top.pos];
+  *record = f->rec(top.pos);
   return 0;
 }
 
