@@ -196,7 +196,7 @@ TEST(IdxCompactLeaf, RoundTripsAtTheBitWidthEdges) {
     ASSERT_EQ(flat->n, nd.e.size());
     for (size_t i = 0; i < nd.e.size(); ++i) {
       EXPECT_EQ(std::memcmp(flat->key(int(i), c.L), nd.e[i].key, size_t(c.L)), 0) << i;
-      EXPECT_EQ(flat->recs[i], nd.e[i].rec) << i;
+      EXPECT_EQ(flat->rec(i), nd.e[i].rec) << i;
     }
   }
 }
