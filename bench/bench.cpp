@@ -98,6 +98,8 @@ struct Row {
   std::string floorWhat;
 };
 std::vector<Row> g_rows;
+// NTX times of steps b to e, the measure for the IDX rows.
+std::map<std::string, double> g_ntx;
 
 void Report(const std::string& step, double t, double floor, const std::string& what) {
   g_rows.push_back({step, t, floor, what});
@@ -251,6 +253,7 @@ int main(int argc, char** argv) {
       t0 = Now();
       Check(KXDCINDEX(table, b.file, uint16_t(b.type), expr, b.length, b.dec), "KXDCINDEX");
       Report(b.label, Now() - t0, b.floor, "std::sort of the sort entries");
+      g_ntx[b.label + 3] = g_rows.back().seconds;
     }
   }
   int16_t byName = -1;
@@ -282,6 +285,7 @@ int main(int argc, char** argv) {
     const double floor = Now() - f0;
     if (sum == 0) std::puts("");
     Report("c. 100000 KXDCKFIND", t, floor, "std::multimap::find");
+    g_ntx["find"] = t;
   }
 
   // d. Walk the NAME index from top to end.
@@ -308,6 +312,7 @@ int main(int argc, char** argv) {
     const double floor = Now() - f0;
     if (sum == 0) std::puts("");
     Report("d. walk " + std::to_string(n) + " keys", t, floor, "std::multimap iteration");
+    g_ntx["walk"] = t;
   }
   if (byName >= 0) Check(KXDCCLOSE(byName), "KXDCCLOSE");
   Check(KXDDCLOSE(table), "KXDDCLOSE");
@@ -348,6 +353,72 @@ int main(int argc, char** argv) {
     std::fclose(f);
     Report("e. add " + std::to_string(m) + " one by one", t, floor,
            "fwrite+fflush per record, std::multimap insert");
+    g_ntx["add"] = t;
+  }
+
+  // IDX rows, standard and compact: steps b to e again, next to NTX.
+  for (const bool compact : {false, true}) {
+    if (!want('b')) break;
+    const std::string form = compact ? "compact IDX" : "standard IDX";
+    const std::string tag = compact ? "c" : "s";
+    const uint16_t flag = compact ? 0x400 : 0;
+    int16_t t2 = -1;
+    Check(KXDDOPENX(&t2, "people.dbf", 0x403), "KXDDOPENX");
+    struct Build { const char* label; std::string file; char type; const char* expr; int16_t length; };
+    const Build builds[] = {{"index NAME", "name" + tag + ".idx", 'C', "NAME", 20},
+                            {"index AMOUNT", "amount" + tag + ".idx", 'N', "AMOUNT", 8},
+                            {"index DTOS(BORN)", "born" + tag + ".idx", 'C', "DTOS(BORN)", 8}};
+    for (const Build& b : builds) {
+      char expr[64];
+      std::snprintf(expr, sizeof expr, "%s", b.expr);
+      t0 = Now();
+      Check(KXDIINDEX(t2, b.file.c_str(), uint16_t(b.type | flag), expr, b.length), "KXDIINDEX");
+      Report("b. " + form + " " + b.label, Now() - t0, g_ntx[b.label], "the NTX row");
+    }
+    int16_t ix = -1;
+    Check(KXDIOPENX(&ix, ("name" + tag + ".idx").c_str(), 0x400), "KXDIOPENX");
+    if (want('c')) {
+      std::minstd_rand rng(2);
+      std::vector<std::string> wanted(100000);
+      for (auto& w : wanted) w = Padded(people[rng() % n].name, 20);
+      char key[32];
+      t0 = Now();
+      for (const auto& w : wanted) {
+        std::memcpy(key, w.c_str(), 21);
+        uint32_t rec = 0;
+        if (KXDIKFIND(ix, key, &rec, 1) != 0) Die("KXDIKFIND", -1);
+      }
+      Report("c. " + form + " 100000 KXDIKFIND", Now() - t0, g_ntx["find"], "the NTX row");
+    }
+    if (want('d')) {
+      char key[32];
+      uint32_t rec = 0, count = 0;
+      t0 = Now();
+      for (int16_t s = KXDIKTOP(ix, key, &rec); s == 0; s = KXDIKNEXT(ix, key, &rec)) ++count;
+      if (count != n) Die("walking every IDX key", int(count));
+      Report("d. " + form + " walk", Now() - t0, g_ntx["walk"], "the NTX row");
+    }
+    Check(KXDICLOSE(ix), "KXDICLOSE");
+    Check(KXDDCLOSE(t2), "KXDDCLOSE");
+    if (want('e')) {
+      const uint32_t m = std::min<uint32_t>(n, 100000);
+      const int16_t fresh = CreateTable("fresh" + tag + ".dbf");
+      char expr[] = "NAME";
+      Check(KXDICREATE(("fresh" + tag + ".idx").c_str(), uint16_t('C' | flag), expr, 20), "KXDICREATE");
+      Check(KXDIOPENX(&ix, ("fresh" + tag + ".idx").c_str(), 0x400), "KXDIOPENX");
+      t0 = Now();
+      for (uint32_t i = 0; i < m; ++i) {
+        PutPerson(fresh, people[i]);
+        uint32_t rec = 0;
+        Check(KXDDRPUT(fresh, &rec, 0), "KXDDRPUT");
+        char* key = nullptr;
+        Check(KXDIKMAKE(fresh, ix, &key), "KXDIKMAKE");
+        Check(KXDIKADD(ix, key, rec), "KXDIKADD");
+      }
+      Report("e. " + form + " add one by one", Now() - t0, g_ntx["add"], "the NTX row");
+      Check(KXDICLOSE(ix), "KXDICLOSE");
+      Check(KXDDCLOSE(fresh), "KXDDCLOSE");
+    }
   }
   KXDTERM();
 
@@ -358,13 +429,23 @@ int main(int argc, char** argv) {
     std::printf("| %s | %.3f | %.3f | %.1f | %s |\n", r.step.c_str(), r.seconds, r.floor,
                 r.floor > 0 ? r.seconds / r.floor : 0.0, r.floorWhat.c_str());
 
+  std::printf("\n| index file | bytes |\n|---|---:|\n");
+  for (const char* f : {"name.ntx", "names.idx", "namec.idx", "amount.ntx", "amounts.idx", "amountc.idx",
+                        "born.ntx", "borns.idx", "bornc.idx", "fresh.ntx", "freshs.idx", "freshc.idx"}) {
+    std::error_code e;
+    const auto bytes = fs::file_size(f, e);
+    if (!e) std::printf("| %s | %ju |\n", f, uintmax_t(bytes));
+  }
+
   fs::current_path(oldCwd);
   std::error_code ec;
   if (ownScratch) {
     fs::remove_all(scratch, ec);
   } else {
     for (const char* f : {"people.dbf", "floor.dbf", "name.ntx", "amount.ntx", "born.ntx",
-                          "fresh.dbf", "fresh.ntx", "floor_e.dbf"})
+                          "fresh.dbf", "fresh.ntx", "floor_e.dbf", "names.idx", "namec.idx", "amounts.idx",
+                          "amountc.idx", "borns.idx", "bornc.idx", "freshs.dbf", "freshc.dbf", "freshs.idx",
+                          "freshc.idx"})
       fs::remove(scratch / f, ec);
   }
   return 0;

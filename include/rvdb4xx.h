@@ -798,6 +798,137 @@ KXEXPORT int16_t KXAPI KXDCINDEX(int16_t table, const char *name, uint16_t type,
                                  char *expression, int16_t length, int16_t decimals);
 /* ---- end of NTX indexes ---------------------------------------------------- */
 
+/* ---- IDX indexes ----------------------------------------------------------- */
+/*
+ * IDX indexes: one B+ tree of 512-byte nodes per file, in the standard form
+ * (whole keys in every node) or the compact form (interior nodes with whole
+ * keys and record numbers, leaves with prefix and trailing-pad compression).
+ * Keys live in the leaves; an interior entry holds its child's last key (in
+ * the compact form also that key's record number). Keys are compared as
+ * unsigned bytes; equal keys are kept in ascending record-number order, in
+ * unique indexes too (as other IDX writers keep them). Every node of every
+ * level is chained to its left and right neighbours. Sharing between
+ * processes is the NTX family's: nodes are read through a shared view of
+ * the file, a handle keeps its position only while the header's root, free
+ * head and end-of-file words and every node of its path are unchanged, and
+ * an add or delete reads and checks every node it needs before it writes
+ * anything, so that one that fails leaves the file as it was.
+ *
+ * Choices made here:
+ * - Key type: the file does not record it. A handle starts with type "C"
+ *   (blank padding); call KXDIKTYPE with 'N', 'D' or 'L' after opening such
+ *   an index: compact leaves drop trailing pad bytes, and the pad byte (blank
+ *   for C, zero for D, L and N) is needed to read them back. KXDIINDEX knows
+ *   the type and needs no call.
+ * - Keys passed to KXDIKADD, KXDIKDEL and KXDIKFIND: for type C they are read
+ *   up to their NUL (at most the key length) and padded with blanks, and a
+ *   mode 1 find compares only the caller's own length (a prefix search); for
+ *   types D, L and N they are exactly key length bytes (they may hold zero
+ *   bytes) and compared whole. Key buffers passed out receive key length
+ *   bytes and a NUL.
+ * - Numeric and date keys: the 8-byte ordered form of KXDIKNUM; -0.0 is
+ *   taken as 0.0. Date keys are the exact Julian day number (1 January 2000
+ *   is 2451545), as FoxPro writes them; an empty date is 0.0 and sorts
+ *   first. Logical keys are "T" or "F".
+ * - Open modes: the low byte must be 0, 3, 4 or 8 (-18 otherwise); the four
+ *   values open alike, access coming from 0x100 (read-only) and 0x400
+ *   (shared) as for every family.
+ * - End of file (header offset 8): in the standard form the engine keeps it
+ *   equal to the file's length after every change. In the compact form
+ *   FoxPro keeps a counter there, so the engine never reads it as a length
+ *   and leaves it as it finds it (0 in files it creates). In both forms new
+ *   nodes go at the file's real end and node offsets are checked against
+ *   the file's real length.
+ * - Free nodes: header offset 4 names the first; 0xFFFFFFFF and 0 both mean
+ *   none. A free node holds the next one's offset in its first four bytes
+ *   and zeros after them. Links are checked before they are followed (a
+ *   node of the file, not in the tree's path, not the node itself): -6.
+ * - Descending compact indexes (key order word 1 at header offset 502):
+ *   keys are stored ascending whatever the word says, and the engine walks
+ *   them in stored order (KXDIKTOP gives the lowest key); KXDIINFO reports
+ *   the word as option 0x0100. Create always writes 0.
+ * - Compact leaves: record-number, duplicate-count and trailing-count widths
+ *   are read from each leaf's own header. Leaves written here use duplicate
+ *   and trailing counts as wide as the key length needs (k bits) and entries
+ *   of 2, 3 or 4 bytes (k = 1, 2..5, 6..7), widened a byte at a time when a
+ *   record number needs more bits (record numbers up to 2^32 - 1).
+ * - Node splits put the upper half in a new right neighbour; a node left
+ *   under a third full is merged with a neighbour under the same parent when
+ *   the two fit in one node; an emptied node goes to the free list; a root
+ *   with one child hands the root to it.
+ * - A node that cannot be a node of this index (key count above what fits,
+ *   compact counts or widths that do not add up, an interior node with no
+ *   entries), a tree deeper than 40 levels, or a walk that enters more nodes
+ *   than the file holds gives -6; nothing is read or written outside a node.
+ * - The handle keeps its nodes in the page cache shared by the index
+ *   families (more than the four buffers the format's first engine had).
+ */
+
+/* Create an index file (not opened): type 'C', 'D', 'L' or 'N' (any case),
+   + 0x80 unique, + 0x400 compact (0x100 is ignored); length is used for C
+   (1..100); D and N keys are 8 bytes, L keys 1. Blanks are removed from
+   `expression` in place. A standard file is 1024 bytes (header, empty root
+   leaf at 512), a compact one 1536 (header, expression pool, empty root
+   leaf at 1024). 0, -21, -7 (expression empty or over 220), -22, -23, -46, -1. */
+KXEXPORT int16_t KXAPI KXDICREATE(const char *name, uint16_t type, char *expression,
+                                  int16_t length);
+/* Open an index (see the open modes above; 0x800 adds 0x600). 0, 7 (size not
+   whole nodes), -21, -8, -46, -18, -2, -23 (key length), -7 (expression),
+   -25 (root), -3; *handle is -1 on failure. */
+KXEXPORT int16_t KXAPI KXDIOPENX(int16_t *handle, const char *name, uint16_t mode);
+/* Close. 0, -13, -1. */
+KXEXPORT int16_t KXAPI KXDICLOSE(int16_t handle);
+/* Fill an index information record: key type = the handle's letter;
+   options 0x0080 unique, 0x0400 compact, 0x0100 compact and descending;
+   decimals 8 compact, 3 standard. 0, -13, -21. */
+KXEXPORT int16_t KXAPI KXDIINFO(int16_t handle, KXINDEXINFO *info);
+/* Copy the key expression into a 221-byte buffer. 0, -13, -21. */
+KXEXPORT int16_t KXAPI KXDIEXPR(int16_t handle, char *buffer);
+/* Re-read header bytes 0..11 and the file length. 0, -13, -2. */
+KXEXPORT int16_t KXAPI KXDIHGET(int16_t handle);
+/* Set the handle's key type: 'C', 'D', 'L' or 'N' (any case). 0, -22, -13. */
+KXEXPORT int16_t KXAPI KXDIKTYPE(int16_t handle, uint16_t type);
+/* The 8-byte ordered key of a number into buffer (8 bytes written). 0, -21. */
+KXEXPORT int16_t KXAPI KXDIKNUM(char *buffer, double value);
+/* First / last key. 0, 2 (empty), -13, -21, -4, -6, -2. */
+KXEXPORT int16_t KXAPI KXDIKTOP(int16_t handle, char *key, uint32_t *record);
+KXEXPORT int16_t KXAPI KXDIKBOT(int16_t handle, char *key, uint32_t *record);
+/* Next / previous key: 0; 3 at the end / beginning (that key again); 4 the
+   current key is gone with nothing below it; 2 empty; -13, -21, -4, -6, -2. */
+KXEXPORT int16_t KXAPI KXDIKNEXT(int16_t handle, char *key, uint32_t *record);
+KXEXPORT int16_t KXAPI KXDIKPREV(int16_t handle, char *key, uint32_t *record);
+/* The current key again: 0; 4 none, or gone (then the greatest key below
+   it, or the first key); -13, -21. */
+KXEXPORT int16_t KXAPI KXDIKCUR(int16_t handle, char *key, uint32_t *record);
+/* Search (mode 1 key, mode 2 key and record number): 0 found (also the first
+   key when the search key is below every key); 4 not found, positioned on
+   the greatest key below; 2 empty; -13, -21, -4, -6. */
+KXEXPORT int16_t KXAPI KXDIKFIND(int16_t handle, char *key, uint32_t *record, int16_t mode);
+/* Date key of a date string in `style` into key (9 bytes: the 8-byte key
+   and a NUL). 0, -21, -12, -15. */
+KXEXPORT int16_t KXAPI KXDIKDATE(char *key, const char *date, uint16_t style);
+/* Make the key of the table's current record by evaluating the index's key
+   expression: C values as they are, N and F values and dates in the 8-byte
+   ordered form, logical values "T" or "F". The pointer and block forms and
+   their ownership are those of KXDCKMAKE and KXDCKMAKEH. 0, -7, -13, -21. */
+KXEXPORT int16_t KXAPI KXDIKMAKE(int16_t table, int16_t index, char **key);
+KXEXPORT int16_t KXAPI KXDIKMAKEH(int16_t table, int16_t index, KXBLOCK *block);
+/* Add a key. 0, -36 (read-only), -13, -21, -1, -2, -4, -6. */
+KXEXPORT int16_t KXAPI KXDIKADD(int16_t handle, const char *key, uint32_t record);
+/* Delete a key (unique indexes ignore the record number and delete the
+   first equal key). 0, 4 not found, 2 empty, -36, -13, -21, -1, -2, -4, -6. */
+KXEXPORT int16_t KXAPI KXDIKDEL(int16_t handle, const char *key, uint32_t record);
+/* Build a whole index from every record of the table (deleted ones too), as
+   KXDCINDEX builds an NTX index: created as KXDICREATE does (type, expression
+   and length as there), leaves filled, upper levels built over them, left
+   closed. Bare field names and DTOS( of a date field ) are read from the
+   records, anything else is made per record as KXDIKMAKE does. The table
+   lock, the work file "stacks.tmp", the temporary "<number>.IDX" beside
+   `name` and the codes are those of KXDCINDEX. */
+KXEXPORT int16_t KXAPI KXDIINDEX(int16_t table, const char *name, uint16_t type,
+                                 char *expression, int16_t length);
+/* ---- end of IDX indexes ---------------------------------------------------- */
+
 #ifdef __cplusplus
 }
 #endif

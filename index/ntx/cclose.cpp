@@ -1,4 +1,5 @@
 // KXDCCLOSE: close an NTX index handle.
+#include "index/common/keymake.h"
 #include "ntx.h"
 
 using namespace rv;
@@ -16,15 +17,10 @@ KXEXPORT int16_t KXAPI KXDCCLOSE(int16_t handle) {
   }
   KX_TRY(CloseOsFile(st->fs.file));
   // Free the inner blocks (freeing undoes their locks); the slot goes last.
-  if (st->pagesBlock) MemFree(st->pagesBlock);  // every buffer's block
-  MemFree(st->cacheBlock);
-  MemFree(st->stackBlock);
+  ix::CacheClose(st);
   MemFree(st->keyBlock);
-  st->buffers = 0;
-  st->cache = nullptr;
-  st->stack = nullptr;
   st->key = nullptr;
-  DropLastKey(handle);
+  ix::DropLastKey(KX_KIND_NTX, handle);
   ReleaseSlot(handle);
   hs.release();
   return SetStatus(0);

@@ -28,7 +28,6 @@ int16_t CheckHeader(NtxState* st) {
   st->half = uint16_t(maxKeys / 2);
   st->decimals = Rd16(h + 16);
   st->unique = h[kUniqueOffset] ? 1 : 0;
-  st->stackCapacity = StackDepthFor(st->half);
   return 0;
 }
 
@@ -44,22 +43,9 @@ void Normalise(NtxState* st) {
 }
 
 void FreeBlocks(NtxState* st) {
-  if (st->cache) {
-    void* p = st->pagesLocked ? st->pagesAt : nullptr;
-    MemRelease(&st->pagesBlock, &p);
-    st->pagesLocked = 0;
-    st->pagesAt = nullptr;
-    st->buffers = 0;
-  }
-  void* p = st->cache;
-  MemRelease(&st->cacheBlock, &p);
-  p = st->stack;
-  MemRelease(&st->stackBlock, &p);
-  p = st->key;
+  ix::CacheClose(st);
+  void* p = st->key;
   MemRelease(&st->keyBlock, &p);
-  st->cache = nullptr;
-  st->buckets = nullptr;
-  st->stack = nullptr;
   st->key = nullptr;
 }
 
@@ -70,7 +56,6 @@ int16_t OpenBody(NtxState* st, const char* name, uint16_t mode, int16_t h, bool*
   }
   KX_TRY(OpenFileForHandle(&st->fs.file, name, mode, &st->fs.openFlags, h));
   *fileOpen = true;
-  st->flush = 1;
   uint8_t low = uint8_t(mode & 0xFF);
   if (low != 0 && low != 5 && low != 6) return KX_FAIL(KX_ERR_VERSION);
   KX_TRY(Hlen(st->fs.file, &st->fileLength));
@@ -85,24 +70,7 @@ int16_t OpenBody(NtxState* st, const char* name, uint16_t mode, int16_t h, bool*
   void* p = nullptr;
   KX_TRY(MemAllocLocked(&st->keyBlock, &p, uint32_t(st->keyLength) + 1));
   st->key = static_cast<uint8_t*>(p);
-  KX_TRY(MemAllocLocked(&st->stackBlock, &p, uint32_t(sizeof(StackEntry) * size_t(st->stackCapacity))));
-  st->stack = static_cast<StackEntry*>(p);
-  // The cache table: the entries, then the hash chain heads.
-  KX_TRY(MemAllocLocked(&st->cacheBlock, &p, TableBytes(kPageBuffers)));
-  st->cache = static_cast<CacheEntry*>(p);
-  st->buffers = 0;
-  // One block for every buffer; a smaller one when memory is short.
-  int count = kPageBuffers;
-  while (MemAllocLocked(&st->pagesBlock, &p, kPage * uint32_t(count)) < 0) {
-    if (count / 2 < kMinPageBuffers) return KX_FAIL(KX_ERR_NOMEM);
-    SetStatus(0);  // logged; a smaller block follows
-    count /= 2;
-  }
-  st->buffers = int16_t(count);
-  st->buckets = reinterpret_cast<int16_t*>(st->cache + count);
-  st->pagesAt = static_cast<uint8_t*>(p);
-  st->pagesLocked = 1;
-  CacheReset(st);
+  KX_TRY(ix::CacheOpen(st, kPage, StackDepthFor(st->half), kPageBuffers, kMinPageBuffers));
   st->curRecord = 0;
   return st->fileLength % kPage != 0 ? int16_t(KX_SIZEWARN) : int16_t(0);
 }

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "index/common/pagecache.h"
 #include "kxcore.h"
 
 namespace rv::ntx {
@@ -22,9 +23,8 @@ constexpr int kMinPageBuffers = 16;   // fewer than this and the open fails
 constexpr int kMaxKeyLength = 100;
 constexpr int kNameSize = 261;
 
-// Cache entry flags.
-constexpr uint8_t kChanged = 0x02;  // not written yet
-constexpr uint8_t kFreed = 0x04;    // put on the free chain by the change under way
+using ix::kChanged;
+using ix::kFreed;
 
 // Little-endian field access.
 inline uint16_t Rd16(const uint8_t* p) { return uint16_t(p[0] | p[1] << 8); }
@@ -59,43 +59,17 @@ inline int16_t StackDepthFor(unsigned half) {
   return d;
 }
 
-// Entry i of the cache table owns buffer i of the pages block. Entries in
-// use are on a most-recently-used list and in a hash chain by page offset;
-// the others are on a free list (through `next`).
-struct CacheEntry {
-  uint32_t offset;  // page file offset, 0 = empty
-  int16_t prev;     // toward the most recently used, -1 = none
-  int16_t next;     // toward the least recently used, -1 = none
-  int16_t hnext;    // next entry in the same hash chain, -1 = none
-  uint8_t flags;
-  uint8_t unused;
-};
+using ix::CacheEntry;
+using StackEntry = ix::PathEntry;
 
-struct StackEntry {
-  uint32_t page;  // page file offset
-  int16_t pos;    // item position, or the child index taken at interior levels
-};
-
-struct NtxState {
-  FileState fs;             // file number and open flags (bit 0 read-only)
-  uint32_t fileLength;
+// The state of an NTX handle: the page cache's part (the file, the cached
+// pages, the descent path), then the family's own fields.
+struct NtxState : ix::PagedState {
   uint8_t header[kHeaderCopy];
   int8_t reserved;
-  KXBLOCK cacheBlock;
-  CacheEntry* cache;        // an entry per buffer, then the hash chain heads
-  int16_t* buckets;         // a chain head per buffer, -1 = none
-  int16_t mru, lru;         // ends of the most-recently-used list
-  int16_t freeEntry;        // first entry on the free list, -1 = none
-  int16_t changed;          // entries holding a changed page
-  KXBLOCK stackBlock;
-  StackEntry* stack;
   uint32_t curRecord;       // record number of the current key, 0 = none
   KXBLOCK keyBlock;
   uint8_t* key;             // the current key, key length + 1 bytes
-  int16_t buffers;          // page buffers allocated
-  int16_t inUse;            // cache entries holding a page
-  int16_t depth;            // current depth in the stack, -1 = none
-  uint16_t flush;           // every write is flushed
   char name[kNameSize];
   uint8_t headerChanged;    // bump the update counter at close
   uint8_t spare;
@@ -106,19 +80,6 @@ struct NtxState {
   uint16_t half;
   uint16_t decimals;
   uint8_t unique;
-  int16_t stackCapacity;
-  // The page being worked on (the most recently used entry).
-  uint8_t* page;
-  uint32_t pageOffset;
-  // The header copy and the cached pages (the position's path) are what the
-  // last call saw; the next call compares them with the file.
-  uint8_t kept;
-  uint32_t grown;           // pages the change under way added at the file's end
-  uint32_t visits;          // pages entered by this call
-  uint32_t visitLimit;      // more than this: the tree is damaged
-  KXBLOCK pagesBlock;       // every page buffer, kPage bytes each
-  uint8_t* pagesAt;         // the buffers' address (entry i's buffer is page i)
-  uint8_t pagesLocked;      // pagesBlock is locked (from the open to the close)
 };
 
 // ---- Header fields --------------------------------------------------------
@@ -128,7 +89,7 @@ inline uint32_t FreeHead(const NtxState* st) { return Rd32(st->header + 8); }
 inline const char* Expression(const NtxState* st) {
   return reinterpret_cast<const char*>(st->header + kExprOffset);
 }
-inline bool ReadOnly(const NtxState* st) { return (st->fs.openFlags & 1) != 0; }
+using ix::ReadOnly;
 
 // ---- Page layout ------------------------------------------------------------
 inline uint16_t Count(const uint8_t* pg) { return Rd16(pg); }
@@ -171,12 +132,7 @@ void FormatPage(uint8_t* pg, uint16_t maxKeys, uint16_t itemSize);
 // Checks that a page read from the file can be used safely.
 bool PageSane(const NtxState* st, const uint8_t* pg);
 
-// ---- Page cache (cache.cpp) ----------------------------------------------
-// Bytes of the cache table for `buffers` page buffers: the entries, then
-// the hash chain heads.
-inline uint32_t TableBytes(int buffers) {
-  return uint32_t((sizeof(CacheEntry) + sizeof(int16_t)) * size_t(buffers));
-}
+// ---- Page cache (cache.cpp, over the shared page cache) -------------------
 // Makes the page at `offset` current (the most recently used entry,
 // st->page), reading it when it is not cached. `raw` skips the layout check (free pages).
 int16_t PageGet(NtxState* st, uint32_t offset, bool raw = false);
@@ -192,8 +148,6 @@ void MarkChanged(NtxState* st, uint32_t offset);
 // Ends a change: the file's new length, every changed page, then the header
 // bytes 2..11 with the update counter increased.
 int16_t Commit(NtxState* st);
-// Empties the cache table (at open).
-void CacheReset(NtxState* st);
 // Re-reads header bytes 2..11 (counter, root, free head) and the file length,
 // and forgets every cached page and the position.
 int16_t RefreshHeader(NtxState* st);
@@ -203,14 +157,8 @@ int16_t RefreshHeader(NtxState* st);
 // path are unchanged in the file; otherwise it is forgotten, and a changed
 // header also has the file length read again.
 int16_t BeginCall(NtxState* st);
-// Counts a page entered on the way down; a damaged tree (a cycle, pages
-// shared between subtrees) runs over the limit and gives -6.
-int16_t Visit(NtxState* st);
-// The end of every tree operation: a failure, or a change not committed,
-// forgets every cached page, the position and the header copy; otherwise
-// the pages of the position's path stay (the position only when
-// `keepPosition`).
-void EndCall(NtxState* st, int16_t status, bool keepPosition);
+using ix::EndCall;
+using ix::Visit;
 // Writes header bytes [from, from + count) at once.
 int16_t WriteHeader(NtxState* st, int from, int count);
 // The frame of the walking exports (top, bottom, next, previous, current):
@@ -263,9 +211,6 @@ struct KeyShape {
   uint16_t decimals;
   const char* expression;  // upper-cased, no blanks
 };
-// Frees the key block KXDCKMAKE keeps when it was made for `index` (its
-// close: the block goes with the index).
-void DropLastKey(int16_t index);
 // The key length, decimals and expression of a locked index state.
 KeyShape ShapeOf(const NtxState* st);
 // Prints `value` with the "%0L.Dlf" key format into out (outSize bytes,

@@ -1,0 +1,36 @@
+// KXDIKNEXT: the key after the current key of an IDX index.
+#include "idx.h"
+
+using namespace rv;
+using namespace rv::idx;
+
+namespace {
+
+int16_t Run(IdxState* st, char* key, uint32_t* record) {
+  KX_TRY(BeginCall(st));
+  int16_t s;
+  bool done = false;
+  if (st->curRecord == 0) {
+    s = GoTop(st);
+  } else {
+    // When the current key is gone the position is the greatest key below
+    // it, and the step returns the key that followed it.
+    s = Refind(st, key, record, &done);
+    if (done || s < 0) return s;
+    if (s != KX_EMPTY) {
+      s = StepNext(st);
+      if (s == KX_END) return Edge(st, GoBottom, key, record, KX_END);
+      if (s == 0) KX_TRY(CheckStep(st, true));
+    }
+  }
+  if (s < 0) return KX_FAIL(s);
+  if (s == KX_EMPTY) return NoKey(st, key, record);
+  KX_TRY(TakeCurrent(st, key, record));
+  return 0;
+}
+
+}  // namespace
+
+KXEXPORT int16_t KXAPI KXDIKNEXT(int16_t handle, char* key, uint32_t* record) {
+  return WalkExport(handle, key, record, Run);
+}

@@ -1,0 +1,242 @@
+// IDX files as created, opened and described; the numeric key encoding;
+// compact leaves encoded and decoded at the edges of their bit widths.
+#include <algorithm>
+#include <cstring>
+#include <memory>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "index/idx/idx.h"
+#include "testutil.h"
+
+namespace {
+
+using testutil::Le16;
+using testutil::Le32;
+
+class IdxFormat : public testutil::EngineTest {};
+
+TEST_F(IdxFormat, CreateWritesTheHeadersAndTheEmptyRoot) {
+  struct Case {
+    uint16_t type;
+    int16_t length;
+    size_t size;
+    uint32_t root, freeHead, eof;
+    uint16_t keyLength;
+    uint8_t options;
+  } cases[] = {
+      {'C', 10, 1024, 512, 0xFFFFFFFF, 1024, 10, 0x00},
+      {'c' | 0x80, 100, 1024, 512, 0xFFFFFFFF, 1024, 100, 0x01},
+      {'N', 3, 1024, 512, 0xFFFFFFFF, 1024, 8, 0x00},
+      {'C' | 0x400, 10, 1536, 1024, 0, 0, 10, 0x20},
+      {'C' | 0x400 | 0x100 | 0x80, 100, 1536, 1024, 0, 0, 100, 0x21},
+      {'D' | 0x400, 0, 1536, 1024, 0, 0, 8, 0x20},
+      {'L' | 0x400, 0, 1536, 1024, 0, 0, 1, 0x20},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.type);
+    const std::string p = dir.file("t.idx");
+    char expr[] = "name + city";
+    ASSERT_EQ(KXDICREATE(p.c_str(), c.type, expr, c.length), 0);
+    EXPECT_STREQ(expr, "name+city");
+    auto b = testutil::ReadBytes(p);
+    ASSERT_EQ(b.size(), c.size);
+    EXPECT_EQ(Le32(b, 0), c.root);
+    EXPECT_EQ(Le32(b, 4), c.freeHead);
+    EXPECT_EQ(Le32(b, 8), c.eof);
+    EXPECT_EQ(Le16(b, 12), c.keyLength);
+    EXPECT_EQ(b[14], c.options);
+    const bool compact = c.options & 0x20;
+    const size_t exprAt = compact ? 512 : 16;
+    EXPECT_EQ(std::string(reinterpret_cast<const char*>(&b[exprAt])), "NAME+CITY");
+    if (compact) {
+      EXPECT_EQ(Le16(b, 502), 0);  // never descending, even with 0x100
+      EXPECT_EQ(Le16(b, 504), 10);
+      EXPECT_EQ(Le16(b, 506), 1);
+      EXPECT_EQ(Le16(b, 510), 10);
+    }
+    // The root leaf: attribute 3, no keys, no siblings.
+    EXPECT_EQ(Le16(b, c.root), 3);
+    EXPECT_EQ(Le16(b, c.root + 2), 0);
+    EXPECT_EQ(Le32(b, c.root + 4), 0xFFFFFFFFu);
+    EXPECT_EQ(Le32(b, c.root + 8), 0xFFFFFFFFu);
+    if (compact) {
+      const int k = c.keyLength == 100 ? 7 : c.keyLength == 10 || c.keyLength == 8 ? 4 : 1;
+      const int B = k == 1 ? 2 : k <= 5 ? 3 : 4, R = 8 * B - 2 * k;
+      EXPECT_EQ(Le16(b, c.root + 12), 488);
+      EXPECT_EQ(Le32(b, c.root + 14), (1u << R) - 1);
+      EXPECT_EQ(b[c.root + 18], (1 << k) - 1);
+      EXPECT_EQ(b[c.root + 20], R);
+      EXPECT_EQ(b[c.root + 21], k);
+      EXPECT_EQ(b[c.root + 23], B);
+    }
+    int16_t h = -1;
+    ASSERT_EQ(KXDIOPENX(&h, p.c_str(), 0), 0);
+    KXINDEXINFO info{};
+    ASSERT_EQ(KXDIINFO(h, &info), 0);
+    EXPECT_EQ(info.keyLength, c.keyLength);
+    EXPECT_EQ(info.options, (c.options & 1 ? 0x80 : 0) | (compact ? 0x400 : 0));
+    EXPECT_EQ(info.decimals, compact ? 8 : 3);
+    EXPECT_STREQ(info.expression, "NAME+CITY");
+    char e[221];
+    ASSERT_EQ(KXDIEXPR(h, e), 0);
+    EXPECT_STREQ(e, "NAME+CITY");
+    char key[16];
+    uint32_t rec = 9;
+    EXPECT_EQ(KXDIKTOP(h, key, &rec), 2);
+    ASSERT_EQ(KXDICLOSE(h), 0);
+  }
+}
+
+TEST_F(IdxFormat, CreateAndOpenRefuseBadArguments) {
+  const std::string p = dir.file("t.idx");
+  char ok[] = "NAME", big[260];
+  std::memset(big, 'A', 221);
+  big[221] = 0;
+  struct Case { uint16_t type; char* expr; int16_t len; int16_t want; } cases[] = {
+      {'C', ok, 0, -23}, {'C', ok, 101, -23}, {'X', ok, 10, -22}, {'C', big, 10, -7}};
+  for (const Case& c : cases) {
+    EXPECT_EQ(KXDICREATE(p.c_str(), c.type, c.expr, c.len), c.want);
+    KXESCODE(0);
+  }
+  ASSERT_EQ(KXDICREATE(p.c_str(), 'C', ok, 10), 0);
+  int16_t h = -1;
+  EXPECT_EQ(KXDIOPENX(&h, p.c_str(), 5), -18);
+  KXESCODE(0);
+  EXPECT_EQ(h, -1);
+  auto good = testutil::ReadBytes(p);
+  struct Patch { size_t at; std::vector<uint8_t> bytes; int16_t want; } patches[] = {
+      {12, {0, 0}, -23}, {12, {101, 0}, -23}, {0, {0, 4, 0, 0}, -25}, {0, {0, 1, 0, 0}, -25}, {16, {0}, -7}};
+  for (const Patch& c : patches) {
+    auto b = good;
+    std::copy(c.bytes.begin(), c.bytes.end(), b.begin() + long(c.at));
+    testutil::WriteBytes(p, b);
+    EXPECT_EQ(KXDIOPENX(&h, p.c_str(), 0), c.want);
+    KXESCODE(0);
+  }
+  good.resize(1024 + 100);
+  testutil::WriteBytes(p, good);
+  ASSERT_EQ(KXDIOPENX(&h, p.c_str(), 0), 7);
+  EXPECT_EQ(KXDIKTYPE(h, 'x'), -22);
+  KXESCODE(0);
+  ASSERT_EQ(KXDIKTYPE(h, 'c'), 0);
+  KXINDEXINFO info{};
+  ASSERT_EQ(KXDIINFO(h, &info), 0);
+  EXPECT_EQ(info.keyType, 'C');
+  EXPECT_EQ(KXDICLOSE(h), 0);
+}
+
+TEST_F(IdxFormat, NumericKeysSortAsNumbers) {
+  struct Case { double v; uint8_t want[8]; } cases[] = {
+      {1.0, {0xBF, 0xF0, 0, 0, 0, 0, 0, 0}},
+      {-1.0, {0x40, 0x0F, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}},
+      {0.0, {0x80, 0, 0, 0, 0, 0, 0, 0}},
+      {-0.0, {0x80, 0, 0, 0, 0, 0, 0, 0}},
+      {2451545.0, {0xC1, 0x42, 0xB4, 0x2C, 0x80, 0, 0, 0}},
+  };
+  for (const Case& c : cases) {
+    char k[9] = {};
+    ASSERT_EQ(KXDIKNUM(k, c.v), 0);
+    EXPECT_EQ(std::memcmp(k, c.want, 8), 0) << c.v;
+  }
+  EXPECT_EQ(KXDIKNUM(nullptr, 1.0), -21);
+  KXESCODE(0);
+  // Byte order is numeric order.
+  std::vector<double> vs = {-1e300, -5.5, -1, -0.25, 0, 1e-300, 0.25, 1, 7, 1e300};
+  for (size_t i = 1; i < vs.size(); ++i) {
+    char a[9], b[9];
+    KXDIKNUM(a, vs[i - 1]);
+    KXDIKNUM(b, vs[i]);
+    EXPECT_LT(std::memcmp(a, b, 8), 0) << vs[i - 1] << " " << vs[i];
+  }
+  // Date keys: the Julian day number; an empty date is 0.0 and sorts first.
+  char d[10], z[10];
+  ASSERT_EQ(KXDIKDATE(d, "20000101", 4), 0);
+  EXPECT_EQ(std::memcmp(d, cases[4].want, 8), 0);
+  ASSERT_EQ(KXDIKDATE(z, "", 4), 0);
+  EXPECT_EQ(std::memcmp(z, cases[2].want, 8), 0);
+}
+
+// Compact leaves through the node codec, at the edges of each width.
+TEST(IdxCompactLeaf, RoundTripsAtTheBitWidthEdges) {
+  struct Case { int L; uint32_t maxRec; int wantB, wantR; } cases[] = {
+      {1, 16383, 2, 14},        {1, 16384, 3, 22},         {7, 262143, 3, 18},  {8, 65535, 3, 16},
+      {10, 65535, 3, 16},       {10, 65536, 4, 24},        {31, 16383, 3, 14},  {31, 16384, 4, 22},
+      {32, 1048575, 4, 20},     {32, 1048576, 5, 28},      {100, 0xFFFFFFFF, 6, 32}, {100, 262143, 4, 18},
+  };
+  std::mt19937 rng(5);
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.L);
+    SCOPED_TRACE(c.maxRec);
+    rv::idx::IdxState st{};
+    st.keyLength = uint16_t(c.L);
+    st.compact = 1;
+    st.pad = ' ';
+    rv::idx::Node nd;
+    nd.attr = 3;
+    // Keys with shared prefixes, blank tails, all-blank keys and equal keys.
+    for (int i = 0; i < 12; ++i) {
+      rv::idx::Ent e{};
+      std::memset(e.key, ' ', sizeof e.key);
+      const int used = i % 4 == 0 ? 0 : int(rng() % unsigned(std::min(c.L, 30))) + 1;
+      for (int j = 0; j < used; ++j) e.key[j] = char('A' + (j < 2 ? i / 4 : int(rng() % 3)));
+      e.rec = i == 11 ? c.maxRec : uint32_t(rng() % 1000) + 1;
+      nd.e.push_back(e);
+    }
+    std::sort(nd.e.begin(), nd.e.end(), [&](const auto& a, const auto& b) {
+      return std::memcmp(a.key, b.key, size_t(c.L)) < 0;
+    });
+    uint8_t pg[512];
+    ASSERT_TRUE(rv::idx::EncodeNode(&st, nd, pg));
+    EXPECT_EQ(pg[23], c.wantB);
+    EXPECT_EQ(pg[20], c.wantR);
+    auto flat = std::make_unique<rv::idx::Flat>();
+    ASSERT_EQ(rv::idx::DecodeNode(&st, pg, 1024, flat.get()), 0);
+    ASSERT_EQ(flat->n, nd.e.size());
+    for (size_t i = 0; i < nd.e.size(); ++i) {
+      EXPECT_EQ(std::memcmp(flat->key(int(i), c.L), nd.e[i].key, size_t(c.L)), 0) << i;
+      EXPECT_EQ(flat->rec(i), nd.e[i].rec) << i;
+    }
+  }
+}
+
+TEST(IdxCompactLeaf, AFullLeafRefusesOneMoreKeyAndDecodesItsOwnExample) {
+  rv::idx::IdxState st{};
+  st.keyLength = 10;
+  st.compact = 1;
+  st.pad = ' ';
+  rv::idx::Node nd;
+  nd.attr = 2;
+  uint8_t pg[512];
+  // Keys that share nothing: each takes its whole 10 bytes and 3 info bytes.
+  for (int i = 0;; ++i) {
+    rv::idx::Ent e{};
+    char text[32];
+    std::snprintf(text, sizeof text, "%c%09d", 'A' + i % 26, i);
+    std::memcpy(e.key, text, 10);
+    e.rec = uint32_t(i + 1);
+    nd.e.push_back(e);
+    if (!rv::idx::EncodeNode(&st, nd, pg)) break;
+  }
+  EXPECT_EQ(nd.e.size(), size_t(488 / 13 + 1));
+  nd.e.pop_back();
+  ASSERT_TRUE(rv::idx::EncodeNode(&st, nd, pg));
+  EXPECT_EQ(Le16({pg, pg + 512}, 12), 488 - 37 * 13);
+  // "ABC" 1, "ABD" 2: info 01 00 70 and 02 00 72, tails "DABC" at the end.
+  nd.e.clear();
+  for (const char* k : {"ABC", "ABD"}) {
+    rv::idx::Ent e{};
+    std::memset(e.key, ' ', 10);
+    std::memcpy(e.key, k, 3);
+    e.rec = uint32_t(nd.e.size() + 1);
+    nd.e.push_back(e);
+  }
+  ASSERT_TRUE(rv::idx::EncodeNode(&st, nd, pg));
+  const uint8_t info[6] = {0x01, 0x00, 0x70, 0x02, 0x00, 0x72};
+  EXPECT_EQ(std::memcmp(pg + 24, info, 6), 0);
+  EXPECT_EQ(std::memcmp(pg + 508, "DABC", 4), 0);
+  EXPECT_EQ(Le16({pg, pg + 512}, 12), 478);
+}
+
+}  // namespace
