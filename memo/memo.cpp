@@ -67,9 +67,8 @@ int16_t OpenMemo(int16_t* handle, const char* path, uint16_t mode, int kind, Hea
   st->writeThrough = 1;
   st->value = 0;
   CopyString(st->path, sizeof st->path, path);
-  uint32_t length = 0;
-  s = Hlen(st->fs.file, &length);
-  if (s >= 0) s = check(st, uint8_t(mode & 0xFF), length);
+  s = Learn(st);
+  if (s >= 0) s = check(st, uint8_t(mode & 0xFF), st->length);
   if (s < 0) {
     CloseOsFile(st->fs.file);
     FreeHandle(handle);
@@ -147,18 +146,35 @@ int16_t ReadAt(MemoState* st, uint64_t off, void* buf, uint32_t count) {
 int16_t WriteAt(MemoState* st, uint64_t off, const void* buf, uint32_t count) {
   if (off + count > kFileLimit) return KX_FAIL(KX_ERR_SEEK);
   KX_TRY(HwriteAt(st->fs.file, uint32_t(off), buf, count, Flush(st)));
+  if (off + count > st->length) st->length = uint32_t(off + count);
   return 0;
 }
 
-int16_t WriteMemo(MemoState* st, uint64_t off, uint32_t gap, const uint8_t* head, uint32_t headLength,
-                  const uint8_t* text, uint64_t length, const uint8_t* tail, uint32_t tailLength) {
-  const uint64_t total = uint64_t(gap) + headLength + length + tailLength;
+int16_t Learn(MemoState* st) {
+  KX_TRY(Hlen(st->fs.file, &st->length));
+  st->lengthExact = (st->fs.openFlags & kFlagShared) ? 0 : 1;
+  return 0;
+}
+
+int16_t Current(MemoState* st) {
+  if (!st->lengthExact) KX_TRY(Learn(st));
+  return 0;
+}
+
+int16_t Reaches(MemoState* st, uint64_t end) {
+  if (end <= st->length) return 0;
+  KX_TRY(Learn(st));
+  if (end > st->length) return KX_FAIL(KX_ERR_STRUCTURE);
+  return 0;
+}
+
+int16_t WriteMemo(MemoState* st, uint64_t off, const uint8_t* head, uint32_t headLength, const uint8_t* text,
+                  uint64_t length, const uint8_t* tail, uint32_t tailLength) {
+  const uint64_t total = uint64_t(headLength) + length + tailLength;
   if (off + total > kFileLimit) return KX_FAIL(KX_ERR_SEEK);
   if (total <= kCompose) {
     uint8_t buf[kCompose];
     uint8_t* p = buf;
-    std::memset(p, 0, gap);
-    p += gap;
     if (headLength) std::memcpy(p, head, headLength);
     p += headLength;
     if (length) std::memcpy(p, text, size_t(length));
@@ -170,8 +186,6 @@ int16_t WriteMemo(MemoState* st, uint64_t off, uint32_t gap, const uint8_t* head
     KX_TRY(WriteAt(st, off, buf, uint32_t(total)));
     return 0;
   }
-  KX_TRY(WriteZeros(st, off, gap));
-  off += gap;
   if (headLength) KX_TRY(WriteAt(st, off, head, headLength));
   off += headLength;
   if (length) KX_TRY(WriteAt(st, off, text, uint32_t(length)));
@@ -183,11 +197,39 @@ int16_t WriteMemo(MemoState* st, uint64_t off, uint32_t gap, const uint8_t* head
   return 0;
 }
 
-int16_t AppendAt(MemoState* st, uint32_t block, uint32_t firstBlock, uint32_t fileLength, uint32_t* gap) {
+int16_t AppendAt(MemoState* st, uint32_t block, uint32_t firstBlock) {
   const uint64_t off = uint64_t(block) * st->blockSize;
-  if (block < firstBlock || off >= uint64_t(fileLength) + st->blockSize) return KX_FAIL(KX_ERR_STRUCTURE);
-  *gap = off > fileLength ? uint32_t(off - fileLength) : 0;
-  if (off < fileLength) KX_TRY(Hsize(st->fs.file, uint32_t(off)));
+  if (block < firstBlock) return KX_FAIL(KX_ERR_STRUCTURE);
+  if (off >= uint64_t(st->length) + st->blockSize) {
+    KX_TRY(Learn(st));
+    if (off >= uint64_t(st->length) + st->blockSize) return KX_FAIL(KX_ERR_STRUCTURE);
+  }
+  return 0;
+}
+
+int16_t ReadHead(MemoState* st, uint64_t off, uint8_t* buf, uint32_t size, uint32_t least, uint32_t* got) {
+  *got = 0;
+  if (off + size <= st->length) {
+    KX_TRY(ReadAt(st, off, buf, size));
+    *got = size;
+    return 0;
+  }
+  // Near the known end: one read, which the end of the file may cut short.
+  if (off + size <= kFileLimit) {
+    const int16_t s = HreadAt(st->fs.file, uint32_t(off), buf, size);
+    if (s == 0) {
+      *got = size;
+      return 0;
+    }
+    if (s != KX_ERR_READ) return KX_FAIL(s);
+    SetStatus(0);
+  }
+  KX_TRY(Learn(st));
+  if (off + least > st->length) return KX_FAIL(KX_ERR_STRUCTURE);
+  const uint64_t left = st->length - off;
+  const uint32_t n = left < size ? uint32_t(left) : size;
+  KX_TRY(ReadAt(st, off, buf, n));
+  *got = n;
   return 0;
 }
 
@@ -215,19 +257,8 @@ void DropText(Text* text) {
   text->bytes = nullptr;
 }
 
-int16_t ReadSome(MemoState* st, uint64_t off, uint8_t* buf, uint32_t count, uint32_t least,
-                 uint32_t fileLength, uint32_t* got) {
-  *got = 0;
-  if (off + least > fileLength) return KX_FAIL(KX_ERR_STRUCTURE);
-  const uint64_t left = fileLength - off;
-  const uint32_t n = left < count ? uint32_t(left) : count;
-  KX_TRY(ReadAt(st, off, buf, n));
-  *got = n;
-  return 0;
-}
-
 int16_t GetExport(int16_t handle, int kind, int32_t block, char** text) {
-  HandleScope hs(handle, kind);
+  MemoScope hs(handle, kind);
   if (!hs.ok()) return KX_FAIL(hs.status());
   if (!text) return KX_FAIL(KX_ERR_NULL);
   *text = nullptr;
@@ -240,7 +271,7 @@ int16_t GetExport(int16_t handle, int kind, int32_t block, char** text) {
 }
 
 int16_t PutExport(int16_t handle, int kind, uint32_t* block, const char* text, uint16_t mode) {
-  HandleScope hs(handle, kind);
+  MemoScope hs(handle, kind);
   if (!hs.ok()) return KX_FAIL(hs.status());
   if (!block || !text) return KX_FAIL(KX_ERR_NULL);
   if (mode != 0 && mode != 256) return KX_FAIL(KX_ERR_RANGE);

@@ -34,6 +34,15 @@ struct MemoState {
   FileState fs;
   uint32_t next;          // header word 0: next free block, or the dBASE IV chain head
   uint32_t blockSize;
+  // The file's length as last learnt: at the open, from the file when a
+  // check needs it, after this handle's own writes. Programs sharing the
+  // file only ever make it longer, so this is a lower bound that spares a
+  // system call on most reads and writes.
+  uint32_t length;
+  // 1 while `length` is the file's length for certain: the handle was
+  // opened without sharing (no other program can write the file) and has
+  // learnt it since the file was last opened or reopened.
+  uint8_t lengthExact;
   uint8_t value;          // reported by the information record
   uint8_t variant;        // Variant
   uint16_t writeThrough;  // 1: every write asks the file layer to flush
@@ -73,6 +82,22 @@ inline uint64_t Blocks(uint64_t n, uint32_t blockSize) { return (n + blockSize -
 // The FPT header area in blocks: never less than 512 bytes.
 inline uint32_t FirstFptBlock(uint32_t blockSize) { return uint32_t(Blocks(kHeaderArea, blockSize)); }
 
+// The slot lock of a memo handle. A file reopened after a quick close may
+// have been written by others meanwhile: its length is learnt again.
+class MemoScope : public HandleScope {
+ public:
+  MemoScope(int16_t handle, int kind) : MemoScope(handle, kind, Reopening(handle)) {}
+
+ private:
+  MemoScope(int16_t handle, int kind, bool reopening) : HandleScope(handle, kind) {
+    if (ok() && reopening) state<MemoState>()->lengthExact = 0;
+  }
+  static bool Reopening(int16_t handle) {
+    const HandleSlot* slot = SlotOf(handle);
+    return slot && slot->quickClosed;
+  }
+};
+
 // ---- Shared routines (memo.cpp) -----------------------------------------------
 // Registers both families with the core (their closes for KXDTERM).
 void Register();
@@ -92,18 +117,27 @@ int16_t HeaderGet(int16_t handle, int kind);
 int16_t ReadNext(MemoState* st);
 int16_t WriteNext(MemoState* st, uint32_t value);
 // Positioned reads and writes with 64-bit offsets: past 4 GiB is -4.
+// Writes keep st->length up to date.
 int16_t ReadAt(MemoState* st, uint64_t off, void* buf, uint32_t count);
 int16_t WriteAt(MemoState* st, uint64_t off, const void* buf, uint32_t count);
-// Writes `gap` zero bytes at `off`, then head, the text and the tail (null:
-// tailLength zero bytes) after them; one platform write when it is small.
-int16_t WriteMemo(MemoState* st, uint64_t off, uint32_t gap, const uint8_t* head, uint32_t headLength,
-                  const uint8_t* text, uint64_t length, const uint8_t* tail, uint32_t tailLength);
-// Where an append may go: -6 when `block` lies in the header area or a
-// block or more beyond the end of a file of `fileLength` bytes. Sets *gap
-// to the zero bytes between the end of the file and the block, and cuts
-// bytes that lie at or past the block (left there by an append that did not
-// finish).
-int16_t AppendAt(MemoState* st, uint32_t block, uint32_t firstBlock, uint32_t fileLength, uint32_t* gap);
+// Learns the file's length (st->length).
+int16_t Learn(MemoState* st);
+// Makes st->length the file's length: learnt, unless it is known for certain.
+int16_t Current(MemoState* st);
+// 0 when the file reaches `end` (its length is learnt only when the one
+// known is shorter), else -6.
+int16_t Reaches(MemoState* st, uint64_t end);
+// Writes head, the text and the tail (null: tailLength zero bytes) at
+// `off`; one platform write when it is small. A write past the end of the
+// file leaves zeros between (the file system's, as a size change would).
+int16_t WriteMemo(MemoState* st, uint64_t off, const uint8_t* head, uint32_t headLength, const uint8_t* text,
+                  uint64_t length, const uint8_t* tail, uint32_t tailLength);
+// Whether an append may go to `block`: -6 when it lies in the header area,
+// or a block or more beyond the end of the file.
+int16_t AppendAt(MemoState* st, uint32_t block, uint32_t firstBlock);
+// Reads `size` bytes at `off` into buf; near the end of the file what is
+// there, but at least `least` bytes (else -6). *got tells how many.
+int16_t ReadHead(MemoState* st, uint64_t off, uint8_t* buf, uint32_t size, uint32_t least, uint32_t* got);
 
 // A memo as read: the locked block of length + 1 bytes (NUL at the end).
 struct Text {
@@ -113,13 +147,10 @@ struct Text {
   uint32_t type = 1;  // FPT record type
 };
 // Allocates the block for a memo of `length` bytes and copies the first
-// `have` of them from `from`; the rest is read from the file at `off`.
+// `have` of them from `from`; the rest is read from the file at `off` (the
+// caller made sure that the file holds them).
 int16_t TakeText(MemoState* st, Text* text, uint32_t length, const uint8_t* from, uint32_t have, uint64_t off);
 void DropText(Text* text);
-// Reads as much of `count` bytes at `off` as the file holds (at least
-// `least`, else -6) into buf; *got tells how many.
-int16_t ReadSome(MemoState* st, uint64_t off, uint8_t* buf, uint32_t count, uint32_t least,
-                 uint32_t fileLength, uint32_t* got);
 
 // ---- The layouts' own work (their modules) -------------------------------------
 // The header of a new file written to an open file number.

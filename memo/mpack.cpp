@@ -136,6 +136,7 @@ int16_t CreateFresh(const MemoState* old, const char* path, MemoState* fresh) {
   int16_t s = old->variant == kFpt ? InitFpt(fresh->fs.file, old->blockSize)
                                    : InitDbt(fresh->fs.file, old->variant == kDbt3 ? 0 : old->blockSize,
                                              old->baseName);
+  if (s >= 0) s = Learn(fresh);
   if (s < 0) {
     CloseOsFile(fresh->fs.file);
     return KX_FAIL(s);
@@ -170,7 +171,7 @@ int16_t PackMemo(int16_t table, int16_t* memo, int kind) {
   uint16_t reopenMode = 0x400;
   auto unlock = [&] { Also([&] { dbf::UnlockFunction(w.table, 2); }); };
   {
-    HandleScope hm(*memo, kind);
+    MemoScope hm(*memo, kind);
     if (!hm.ok()) return KX_FAIL(hm.status());
     MemoState* st = hm.state<MemoState>();
     if (dbf::ReadOnly(w.table) || ReadOnly(st)) return KX_FAIL(KX_ERR_READONLY);

@@ -9,28 +9,26 @@ namespace {
 int16_t GetThree(MemoState* st, int32_t block, Text* text) {
   KX_TRY(ReadNext(st));
   if (block < 1 || uint32_t(block) >= st->next) return KX_FAIL(KX_ERR_SEEK);
-  uint32_t fileLength = 0;
-  KX_TRY(Hlen(st->fs.file, &fileLength));
+  KX_TRY(Current(st));
   const uint64_t off = uint64_t(block) * kDbt3Block;
   uint8_t buf[kFirstRead];
   uint32_t got = 0, length = 0;
-  KX_TRY(FindMark(st, off, fileLength, buf, sizeof buf, &got, &length));
+  KX_TRY(FindMark(st, off, st->length, buf, sizeof buf, &got, &length));
   KX_TRY(TakeText(st, text, length, buf, got, off));
   return 0;
 }
 
 int16_t GetFour(MemoState* st, int32_t block, Text* text) {
-  uint32_t fileLength = 0;
-  KX_TRY(Hlen(st->fs.file, &fileLength));
   const uint32_t bs = st->blockSize;
-  if (block < 1 || uint64_t(block) >= Blocks(fileLength, bs)) return KX_FAIL(KX_ERR_SEEK);
+  if (block >= 1 && uint64_t(block) >= Blocks(st->length, bs)) KX_TRY(Learn(st));
+  if (block < 1 || uint64_t(block) >= Blocks(st->length, bs)) return KX_FAIL(KX_ERR_SEEK);
   const uint64_t off = uint64_t(block) * bs;
   uint8_t buf[kFirstRead];
   uint32_t got = 0;
-  KX_TRY(ReadSome(st, off, buf, sizeof buf, 8, fileLength, &got));
+  KX_TRY(ReadHead(st, off, buf, sizeof buf, 8, &got));
   const uint32_t total = Le32(buf + 4);  // counts the 8 bytes of the used-block header
-  if (std::memcmp(buf, kUsedMark, 4) != 0 || total < 8 || off + total > fileLength)
-    return KX_FAIL(KX_ERR_STRUCTURE);
+  if (std::memcmp(buf, kUsedMark, 4) != 0 || total < 8) return KX_FAIL(KX_ERR_STRUCTURE);
+  if (total > got) KX_TRY(Reaches(st, off + total));
   KX_TRY(TakeText(st, text, total - 8, buf + 8, got - 8, off + 8));
   return 0;
 }

@@ -14,28 +14,26 @@ constexpr uint8_t kEndMarks[2] = {kEndMark, kEndMark};
 int16_t PutThree(MemoState* st, uint32_t* block, const uint8_t* text, uint64_t length, uint16_t mode) {
   if (length && std::memchr(text, kEndMark, size_t(length))) return KX_FAIL(KX_ERR_MEMOVALUE);
   KX_TRY(ReadNext(st));
-  uint32_t fileLength = 0;
-  KX_TRY(Hlen(st->fs.file, &fileLength));
+  KX_TRY(Current(st));
   const uint64_t need = Blocks(length + 2, kDbt3Block);
   if (mode == 256 && *block != 0) {
     const uint32_t b = *block;
     if (b >= st->next) return KX_FAIL(KX_ERR_SEEK);
     const uint64_t off = uint64_t(b) * kDbt3Block;
     // The old text must end before the next free block.
-    const uint64_t end = std::min<uint64_t>(fileLength, uint64_t(st->next) * kDbt3Block);
+    const uint64_t end = std::min<uint64_t>(st->length, uint64_t(st->next) * kDbt3Block);
     uint8_t buf[kFirstRead];
     uint32_t got = 0, oldLength = 0;
     KX_TRY(FindMark(st, off, end, buf, sizeof buf, &got, &oldLength));
     if (need <= Blocks(uint64_t(oldLength) + 2, kDbt3Block)) {
-      KX_TRY(WriteMemo(st, off, 0, nullptr, 0, text, length, kEndMarks, 2));
+      KX_TRY(WriteMemo(st, off, nullptr, 0, text, length, kEndMarks, 2));
       return 0;
     }
   }
   const uint32_t at = st->next;
   if (at + need > 0xFFFFFFFFull) return KX_FAIL(KX_ERR_SEEK);
-  uint32_t gap = 0;
-  KX_TRY(AppendAt(st, at, 1, fileLength, &gap));
-  KX_TRY(WriteMemo(st, uint64_t(at) * kDbt3Block - gap, gap, nullptr, 0, text, length, kEndMarks, 2));
+  KX_TRY(AppendAt(st, at, 1));
+  KX_TRY(WriteMemo(st, uint64_t(at) * kDbt3Block, nullptr, 0, text, length, kEndMarks, 2));
   KX_TRY(WriteNext(st, uint32_t(at + need)));
   *block = at;
   return 0;
@@ -46,14 +44,16 @@ int16_t PutThree(MemoState* st, uint32_t* block, const uint8_t* text, uint64_t l
 // header's word 0 or a run's next is a "link"; the chain ends at the first
 // link that is not below the number of blocks in the file.
 
-// The file's length in bytes and in blocks.
+// The file's length in bytes and in blocks, for certain: the end of the
+// chain is where a link reaches the end of the file.
 struct Extent {
   uint32_t length = 0;
   uint64_t blocks = 0;
 };
 
 int16_t Measure(MemoState* st, Extent* e) {
-  KX_TRY(Hlen(st->fs.file, &e->length));
+  KX_TRY(Current(st));
+  e->length = st->length;
   e->blocks = Blocks(e->length, st->blockSize);
   return 0;
 }
@@ -117,7 +117,7 @@ int16_t Place(MemoState* st, const Memo& m, uint32_t* at) {
       } else {
         KX_TRY(SetLink(st, link, next));
       }
-      KX_TRY(WriteMemo(st, uint64_t(p) * st->blockSize, 0, m.head, 8, m.text, m.length, nullptr, m.pad));
+      KX_TRY(WriteMemo(st, uint64_t(p) * st->blockSize, m.head, 8, m.text, m.length, nullptr, m.pad));
       *at = p;
       return 0;
     }
@@ -125,9 +125,8 @@ int16_t Place(MemoState* st, const Memo& m, uint32_t* at) {
     p = next;
   }
   if (uint64_t(p) + m.blocks > 0xFFFFFFFFull) return KX_FAIL(KX_ERR_SEEK);
-  uint32_t gap = 0;
-  KX_TRY(AppendAt(st, p, 1, e.length, &gap));
-  KX_TRY(WriteMemo(st, uint64_t(p) * st->blockSize - gap, gap, m.head, 8, m.text, m.length, nullptr, m.pad));
+  KX_TRY(AppendAt(st, p, 1));
+  KX_TRY(WriteMemo(st, uint64_t(p) * st->blockSize, m.head, 8, m.text, m.length, nullptr, m.pad));
   KX_TRY(SetLink(st, link, p + m.blocks));
   *at = p;
   return 0;
@@ -186,7 +185,7 @@ int16_t PutFour(MemoState* st, uint32_t* block, const uint8_t* text, uint64_t le
       return KX_FAIL(KX_ERR_STRUCTURE);
     const uint32_t oldBlocks = uint32_t(Blocks(oldTotal, bs));
     if (m.blocks <= oldBlocks) {
-      KX_TRY(WriteMemo(st, off, 0, m.head, 8, text, length, nullptr, m.pad));
+      KX_TRY(WriteMemo(st, off, m.head, 8, text, length, nullptr, m.pad));
       if (m.blocks < oldBlocks) KX_TRY(Release(st, b + m.blocks, oldBlocks - m.blocks));
       return 0;
     }

@@ -6,15 +6,13 @@ namespace rv::memo {
 int16_t FptGet(MemoState* st, int32_t block, Text* text) {
   KX_TRY(ReadNext(st));
   if (block < 1 || uint32_t(block) >= st->next) return KX_FAIL(KX_ERR_SEEK);
-  uint32_t fileLength = 0;
-  KX_TRY(Hlen(st->fs.file, &fileLength));
   const uint64_t off = uint64_t(block) * st->blockSize;
   // The record header and, for most memos, the whole text in one read.
   uint8_t buf[kFirstRead];
   uint32_t got = 0;
-  KX_TRY(ReadSome(st, off, buf, sizeof buf, 8, fileLength, &got));
+  KX_TRY(ReadHead(st, off, buf, sizeof buf, 8, &got));
   const uint32_t length = Be32(buf + 4);
-  if (off + 8 + length > fileLength) return KX_FAIL(KX_ERR_STRUCTURE);
+  if (8 + uint64_t(length) > got) KX_TRY(Reaches(st, off + 8 + length));
   text->type = Be32(buf);
   KX_TRY(TakeText(st, text, length, buf + 8, got - 8, off + 8));
   return 0;

@@ -154,6 +154,20 @@ TEST_F(MemoDamage, HandlesThroughQuickCloseAndTerm) {
   ASSERT_EQ(KXDWOPENX(&w, fpt.c_str(), 0) + KXDTOPENX(&t, dbt.c_str(), 0), 0);
   EXPECT_EQ(w + t, 1);  // the first two slots again
   EXPECT_EQ(Get(kDbt4, t, int32_t(b + 1)), "more");
+  // While the exclusive handle is quick-closed another one appends a memo
+  // and moves it (its first block becomes a free run): the reopened handle
+  // takes that run and leaves the chain's end where the file ends.
+  const std::string one = Text(1016, 1), two = Text(2040, 2);  // one and two 1024-byte blocks
+  const uint32_t c = Put(kDbt4, t, one);                          // the end is c + 1
+  ASSERT_EQ(KXDQCLOSE(), 0);
+  int16_t other = -1;
+  ASSERT_EQ(KXDTOPENX(&other, dbt.c_str(), 0x400), 0);
+  EXPECT_EQ(Put(kDbt4, other, one), c + 1);
+  EXPECT_EQ(Put(kDbt4, other, two, c + 1, 256), c + 2);  // c + 1 free, the end c + 4
+  ASSERT_EQ(KXDTCLOSE(other), 0);
+  EXPECT_EQ(Put(kDbt4, t, one), c + 1);
+  EXPECT_EQ(Put(kDbt4, t, "x"), c + 4);
+  EXPECT_TRUE(Get(kDbt4, t, int32_t(c + 2)) == two);
 }
 
 }  // namespace
