@@ -808,6 +808,12 @@ KXEXPORT int16_t KXAPI KXDCINDEX(int16_t table, const char *name, uint16_t type,
  *   same blocks, provided they append under the table's lock (KXDDLOCK
  *   function 1 around KXDWRPUT/KXDTRPUT and the record write). As for tables,
  *   cutting an open memo file shorter than its header is not supported.
+ * - An append extends the file by the write itself (the bytes between the
+ *   old end and the new memo read as zeros, as after a size change); bytes
+ *   past the next free block, left by an append that did not finish, are
+ *   written over, not cut. A dBASE IV allocation on a shared handle asks the
+ *   file system where the file ends (another program may have appended); a
+ *   handle opened without sharing knows it, until a quick close.
  * - Texts of any length work (the block arithmetic is 64-bit); a memo whose
  *   end would lie beyond 4 GiB gives -4. KXDWRPUT/KXDTRPUT take the text up
  *   to its NUL. KXDWRGET/KXDTRGET return the whole stored memo and a NUL in a
@@ -823,8 +829,8 @@ KXEXPORT int16_t KXAPI KXDCINDEX(int16_t table, const char *name, uint16_t type,
  *   dBASE III text without an end mark before the end of the file. Writes
  *   also give -6 for a header whose next free block lies in the header area
  *   or a block or more beyond the end of the file, and for a broken dBASE IV
- *   free chain (a run outside the file, not in ascending order, or
- *   overlapping the run being freed).
+ *   free chain (a run outside the file or empty, a link that does not lead
+ *   onwards, a link to a block with the used-block mark, a run freed twice).
  * - Writes, mode 0: append (dBASE IV: the first free run that is large
  *   enough, else at the end). Mode 256: rewrite the memo at *block in place
  *   when the new text fits, else append and return the new number; *block 0
@@ -849,12 +855,16 @@ KXEXPORT int16_t KXAPI KXDCINDEX(int16_t table, const char *name, uint16_t type,
  *   first number not taken) with the old block size in bytes (any size the
  *   open accepts, 512 and more included, whether or not KXDWCREATE could make
  *   it; a dBASE IV file keeps its base name), each memo byte for byte with
- *   its FPT record type. The table is not touched while copying. Then the
- *   old memo file becomes "<name>.TBK" (an older one is replaced), the new
- *   one takes its name, the live records' memo numbers are rewritten (only
- *   the memo fields; the record buffer keeps the host's record, with the
- *   new numbers if it is one of those), the lock is released, and *memo gets
- *   a new handle on the packed file, shared (0x400). Records marked deleted
+ *   its FPT record type. The table is not touched while copying; a live
+ *   record whose memo cannot be read stops the pack there with its status,
+ *   the new file is erased and nothing has changed. Then the old memo file
+ *   becomes "<name>.TBK" (an older one is replaced), the new one takes its
+ *   name, the live records' memo numbers are rewritten (only the memo
+ *   fields; the record buffer keeps the host's record, with the new
+ *   numbers if it is one of those), the full lock is released (also one
+ *   the table's handle held before), and *memo gets a new handle on the
+ *   packed file, shared (0x400). Pack the memo file before the table: the
+ *   table's pack (KXDDPACK) drops the deleted records. Records marked deleted
  *   keep their old numbers, which mean nothing in the new file. A pack
  *   stopped before the renames leaves everything as it was; between the
  *   renames the old memo file is whole as "<name>.TBK"; a failed rename puts
