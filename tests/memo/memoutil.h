@@ -3,6 +3,7 @@
 // memo field.
 #pragma once
 
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -40,6 +41,7 @@ inline const Layout kFpt64{"fpt64", &kFptApi, 64, 64, 4, ".fpt"};
 inline const Layout kFpt512{"fpt512", &kFptApi, 1, 512, 4, ".fpt"};
 inline const Layout kDbt3{"dbt3", &kDbtApi, 0, 512, 3, ".dbt"};
 inline const Layout kDbt4{"dbt4", &kDbtApi, 2, 1024, 2, ".dbt"};
+inline void PrintTo(const Layout* l, std::ostream* os) { *os << l->name; }
 
 // A memo read back: its text (up to the terminating NUL the engine adds),
 // or "status <n>".
