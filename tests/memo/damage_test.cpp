@@ -60,7 +60,7 @@ TEST_F(MemoDamage, DamagedFilesGiveStatuses) {
     ASSERT_EQ(k.l->api->close(h), 0);
     k.damage(path, a, b, c);
     const auto damaged = ReadBytes(path);
-    ASSERT_EQ(k.l->api->open(&h, path.c_str(), 0), 0);
+    ASSERT_EQ(k.l->api->open(&h, path.c_str(), 0x400), 0);
     const uint32_t block = k.memo == 'a' ? a : k.memo == 'b' ? b : k.memo == 'c' ? c : k.memo == '0' ? 0 : 9999;
     char* text = reinterpret_cast<char*>(&n);
     EXPECT_EQ(k.l->api->rget(h, int32_t(block), &text), k.read);

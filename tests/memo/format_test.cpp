@@ -36,7 +36,7 @@ TEST_F(MemoFormat, FptFilesAndMemos) {
   }
   const std::string path = dir.file("s64.fpt");
   int16_t h = -1;
-  ASSERT_EQ(KXDWOPENX(&h, path.c_str(), 0), 0);
+  ASSERT_EQ(KXDWOPENX(&h, path.c_str(), 0x400), 0);
   const std::string hundred = Text(100, 1), ten = Text(10, 2);
   EXPECT_EQ(Put(kFpt64, h, hundred), 8u);  // next free becomes 10
   auto b = ReadBytes(path);
@@ -77,7 +77,7 @@ TEST_F(MemoFormat, DbtFilesAndMemos) {
   EXPECT_EQ(ReadBytes(three), h3);
   EXPECT_EQ(ReadBytes(four), h4);
   int16_t t = -1, f = -1;
-  ASSERT_EQ(KXDTOPENX(&t, three.c_str(), 0) + KXDTOPENX(&f, four.c_str(), 0), 0);
+  ASSERT_EQ(KXDTOPENX(&t, three.c_str(), 0x400) + KXDTOPENX(&f, four.c_str(), 0x400), 0);
   EXPECT_EQ(Put(kDbt3, t, "abc"), 1u);
   EXPECT_EQ(Put(kDbt3, t, Text(600, 1)), 2u);  // 602 bytes: two blocks
   EXPECT_EQ(Put(kDbt3, t, ""), 4u);
@@ -114,7 +114,7 @@ TEST_F(MemoFormat, DbtFourFreeChain) {
   const std::string path = dir.file("c.dbt");
   ASSERT_EQ(KXDTCREATE(path.c_str(), 1), 0);
   int16_t h = -1;
-  ASSERT_EQ(KXDTOPENX(&h, path.c_str(), 0), 0);
+  ASSERT_EQ(KXDTOPENX(&h, path.c_str(), 0x400), 0);
   auto sized = [](int blocks, uint32_t seed) { return Text(size_t(blocks) * 512 - 8, seed); };
   auto run = [&](uint32_t block) { return Slice(ReadBytes(path), block * 512, 8); };
   auto head = [&]() { return Slice(ReadBytes(path), 0, 4); };
