@@ -11,9 +11,6 @@ using namespace memotest;
 
 namespace {
 
-std::vector<uint8_t> Le(uint32_t v) { return {uint8_t(v), uint8_t(v >> 8), uint8_t(v >> 16), uint8_t(v >> 24)}; }
-std::vector<uint8_t> Be(uint32_t v) { return {uint8_t(v >> 24), uint8_t(v >> 16), uint8_t(v >> 8), uint8_t(v)}; }
-
 using MemoDamage = EngineTest;
 
 // Each case: a layout, a file of three memos (A at a, B at b, C at c, the

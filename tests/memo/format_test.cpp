@@ -1,6 +1,6 @@
 // Memo files byte by byte: new files and memos of the three layouts, where
 // rewrites go, the dBASE IV free chain, texts of a megabyte, the statuses of
-// bad calls and damaged files, and memo handles through KXDQCLOSE and KXDTERM.
+// bad calls.
 #include <functional>
 #include <tuple>
 
@@ -9,19 +9,6 @@
 using namespace memotest;
 
 namespace {
-
-std::vector<uint8_t> Bytes(std::initializer_list<int> b) { return std::vector<uint8_t>(b.begin(), b.end()); }
-std::vector<uint8_t> Slice(const std::vector<uint8_t>& b, size_t off, size_t n) {
-  if (off + n > b.size()) return {};
-  return std::vector<uint8_t>(b.begin() + long(off), b.begin() + long(off + n));
-}
-std::vector<uint8_t> Be(uint32_t v) { return Bytes({int(v >> 24), int(v >> 16 & 255), int(v >> 8 & 255), int(v & 255)}); }
-std::vector<uint8_t> Le(uint32_t v) { return Bytes({int(v & 255), int(v >> 8 & 255), int(v >> 16 & 255), int(v >> 24)}); }
-std::vector<uint8_t> operator+(std::vector<uint8_t> a, const std::vector<uint8_t>& b) {
-  a.insert(a.end(), b.begin(), b.end());
-  return a;
-}
-std::vector<uint8_t> Of(const std::string& s) { return std::vector<uint8_t>(s.begin(), s.end()); }
 
 using MemoFormat = EngineTest;
 
@@ -95,7 +82,7 @@ TEST_F(MemoFormat, DbtFilesAndMemos) {
   EXPECT_EQ(Put(kDbt4, f, Text(1017, 5)), 2u);  // 1025 bytes: two blocks
   b = ReadBytes(four);
   EXPECT_EQ(b.size(), 4096u);
-  EXPECT_EQ(Slice(b, 0, 4) + Slice(b, 1024, 1024), Le(4) + Bytes({0xFF, 0xFF, 8, 0}) + Le(13) + Of("hello") +
+  EXPECT_EQ(Slice(b, 0, 4) + Slice(b, 1024, 1024), Le(4) + Of({'\xFF', '\xFF', 8, 0}) + Le(13) + Of("hello") +
                                                        std::vector<uint8_t>(1011, 0));
   EXPECT_TRUE(Get(kDbt4, f, 2) == Text(1017, 5));
   EXPECT_EQ(Get(kDbt3, t, 8) + "," + Get(kDbt4, f, 4) + "," + Get(kDbt4, f, 3), "status -4,status -4,status -6");

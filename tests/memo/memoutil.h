@@ -80,6 +80,19 @@ inline std::string Text(size_t n, uint32_t seed) {
   return s;
 }
 
+// Bytes of a file: numbers as stored, a slice (empty when the file is
+// shorter), text, one after another.
+inline std::vector<uint8_t> Be(uint32_t v) { return {uint8_t(v >> 24), uint8_t(v >> 16), uint8_t(v >> 8), uint8_t(v)}; }
+inline std::vector<uint8_t> Le(uint32_t v) { return {uint8_t(v), uint8_t(v >> 8), uint8_t(v >> 16), uint8_t(v >> 24)}; }
+inline std::vector<uint8_t> Slice(const std::vector<uint8_t>& b, size_t off, size_t n) {
+  return off + n > b.size() ? std::vector<uint8_t>{} : std::vector<uint8_t>(b.begin() + long(off), b.begin() + long(off + n));
+}
+inline std::vector<uint8_t> Of(const std::string& s) { return std::vector<uint8_t>(s.begin(), s.end()); }
+inline std::vector<uint8_t> operator+(std::vector<uint8_t> a, const std::vector<uint8_t>& b) {
+  a.insert(a.end(), b.begin(), b.end());
+  return a;
+}
+
 // The memo field's number in the table's current record.
 inline uint32_t MemoNumber(int16_t table, int16_t field) {
   uint32_t n = 0;

@@ -10,8 +10,6 @@ using namespace memotest;
 
 namespace {
 
-std::vector<uint8_t> Be(uint32_t v) { return {uint8_t(v >> 24), uint8_t(v >> 16), uint8_t(v >> 8), uint8_t(v)}; }
-
 class MemoPack : public EngineTest {
  protected:
   // A table NAME C 8, NOTE M with one memo per record ("<name> notes ...").
@@ -48,8 +46,7 @@ TEST_F(MemoPack, BlockSizesNamesAndTheRecordBuffer) {
     for (auto& e : fs::directory_iterator(dir.path() / "DATA")) fs::remove(e.path());
     const std::string table = dir.file("DATA/people.dbf"), memo = dir.file("DATA/people.fpt");
     // An empty FPT file of that block size, as another program would make it.
-    std::vector<uint8_t> head = Be(1), size = Be(blockSize);
-    head.insert(head.end(), size.begin(), size.end());
+    std::vector<uint8_t> head = Be(1) + Be(blockSize);
     head.resize(std::max<uint32_t>(512, blockSize), 0);
     WriteBytes(memo, head);
     WriteText(dir.file("DATA/0.FPT"), "taken");
