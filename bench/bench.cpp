@@ -3,12 +3,15 @@
 //
 //   rvbench [N [scratch-directory [steps]]]   (N defaults to 1,000,000)
 //
-// `steps` picks steps by letter for profiling (default "abcde"; c and d
+// `steps` picks steps by letter for profiling (default "abcdef"; c and d
 // need b, and b needs a).
 //
 // Steps: a. append N records; b. bulk-build three indexes; c. 100,000 key
 // finds; d. a walk over the whole NAME index; e. 100,000 records appended
-// one at a time with their key made and added. Files live in a scratch
+// one at a time with their key made and added; f. 100,000 memos of 50 to
+// 2,000 bytes written to an FPT and a dBASE IV DBT file and read back, each
+// against the same bytes written or read with one system call per memo.
+// Files live in a scratch
 // directory (created under the system's temporary directory unless given)
 // that is removed at the end.
 #include <algorithm>
@@ -23,6 +26,9 @@
 #include <random>
 #include <string>
 #include <vector>
+
+#include <fcntl.h>
+#include <unistd.h>
 
 #include "rvdb4xx.h"
 
@@ -178,6 +184,87 @@ double FloorSort(const std::vector<std::string>& keys) {
   return t;
 }
 
+// f. Memos: the texts written one by one through the engine, then read
+// back by their numbers; the floors write and read the bytes the engine
+// writes (record header, text, dBASE IV's zeros to the block end) at their
+// places with one pwrite or pread per memo.
+struct MemoLayout {
+  const char* label;
+  const char* file;
+  const char* floorFile;
+  bool fpt;
+  uint16_t size;       // the create argument
+  uint32_t blockSize;  // what it gives
+  uint16_t openMode;   // 0x400 shared, 0 exclusive
+};
+
+void MemoStep(const MemoLayout& l, const std::vector<std::string>& texts) {
+  const size_t m = texts.size();
+  int16_t h = -1;
+  Check(l.fpt ? KXDWCREATE(l.file, l.size) : KXDTCREATE(l.file, l.size), "memo create");
+  Check(l.fpt ? KXDWOPENX(&h, l.file, l.openMode) : KXDTOPENX(&h, l.file, l.openMode), "memo open");
+  std::vector<uint32_t> blocks(m);
+  double t0 = Now();
+  for (size_t i = 0; i < m; ++i)
+    Check(l.fpt ? KXDWRPUT(h, &blocks[i], texts[i].c_str(), 0) : KXDTRPUT(h, &blocks[i], texts[i].c_str(), 0),
+          "memo write");
+  const double tWrite = Now() - t0;
+  size_t bad = 0;
+  t0 = Now();
+  for (size_t i = 0; i < m; ++i) {
+    char* text = nullptr;
+    Check(l.fpt ? KXDWRGET(h, int32_t(blocks[i]), &text) : KXDTRGET(h, int32_t(blocks[i]), &text), "memo read");
+    bad += std::memcmp(text, texts[i].data(), texts[i].size() + 1) != 0;
+    KXMFREE(text);
+  }
+  const double tRead = Now() - t0;
+  Check(l.fpt ? KXDWCLOSE(h) : KXDTCLOSE(h), "memo close");
+  if (bad) Die("reading the memos back", int(bad));
+
+  // The floors: the same places and bytes.
+  const uint32_t bs = l.blockSize;
+  std::vector<uint64_t> offsets(m);
+  uint64_t block = l.fpt ? (512 + bs - 1) / bs : 1;
+  for (size_t i = 0; i < m; ++i) {
+    offsets[i] = block * bs;
+    block += (texts[i].size() + 8 + bs - 1) / bs;
+  }
+  const int fd = ::open(l.floorFile, O_RDWR | O_CREAT | O_TRUNC, 0644);
+  if (fd < 0) Die("open", -1);
+  std::vector<char> buf(8 + 4096 + bs);
+  const double f0 = Now();
+  for (size_t i = 0; i < m; ++i) {
+    const uint32_t n = uint32_t(texts[i].size());
+    size_t len = 8 + n;
+    if (l.fpt) {
+      const char head[8] = {0, 0, 0, 1, char(n >> 24), char(n >> 16), char(n >> 8), char(n)};
+      std::memcpy(buf.data(), head, 8);
+    } else {
+      const uint32_t total = n + 8;
+      const char head[8] = {char(0xFF), char(0xFF), 8, 0, char(total), char(total >> 8), char(total >> 16), char(total >> 24)};
+      std::memcpy(buf.data(), head, 8);
+      len = (len + bs - 1) / bs * bs;
+      std::memset(buf.data() + 8 + n, 0, len - 8 - n);
+    }
+    std::memcpy(buf.data() + 8, texts[i].data(), n);
+    if (::pwrite(fd, buf.data(), len, off_t(offsets[i])) != ssize_t(len)) Die("pwrite", -1);
+  }
+  const double floorWrite = Now() - f0;
+  const double f1 = Now();
+  for (size_t i = 0; i < m; ++i) {
+    const size_t len = 8 + texts[i].size();
+    if (::pread(fd, buf.data(), len, off_t(offsets[i])) != ssize_t(len)) Die("pread", -1);
+    bad += std::memcmp(buf.data() + 8, texts[i].data(), texts[i].size()) != 0;
+  }
+  const double floorRead = Now() - f1;
+  ::close(fd);
+  if (bad) Die("reading the floor back", int(bad));
+  Report(std::string("f. write ") + std::to_string(m) + " memos, " + l.label, tWrite, floorWrite,
+         "one pwrite per memo");
+  Report(std::string("f. read ") + std::to_string(m) + " memos, " + l.label, tRead, floorRead,
+         "one pread per memo");
+}
+
 std::string Padded(const std::string& s, size_t width) {
   std::string t = s.substr(0, width);
   t.resize(width, ' ');
@@ -203,7 +290,7 @@ int main(int argc, char** argv) {
     fs::create_directory(scratch);
     ownScratch = true;
   }
-  const std::string steps = argc > 3 ? argv[3] : "abcde";
+  const std::string steps = argc > 3 ? argv[3] : "abcdef";
   auto want = [&steps](char c) { return steps.find(c) != std::string::npos; };
   const fs::path oldCwd = fs::current_path();
   fs::current_path(scratch);  // the bulk build's temporary file goes here
@@ -420,6 +507,21 @@ int main(int argc, char** argv) {
       Check(KXDDCLOSE(fresh), "KXDDCLOSE");
     }
   }
+  // f. Memos of 50 to 2,000 bytes.
+  if (want('f')) {
+    std::minstd_rand rng(3);
+    std::vector<std::string> texts(100000);
+    for (std::string& t : texts) {
+      t.resize(50 + rng() % 1951);
+      for (char& c : t) c = char('a' + rng() % 26);
+    }
+    // A shared dBASE IV handle learns the file's length from the file
+    // system before each allocation (another program may have appended);
+    // an exclusive one knows it.
+    MemoStep({"FPT 64-byte blocks, shared", "memo.fpt", "floor.fpt", true, 64, 64, 0x400}, texts);
+    MemoStep({"DBT IV 512-byte blocks, shared", "memo.dbt", "floor.dbt", false, 1, 512, 0x400}, texts);
+    MemoStep({"DBT IV 512-byte blocks, exclusive", "memox.dbt", "floor.dbt", false, 1, 512, 0}, texts);
+  }
   KXDTERM();
 
   std::printf("\nRVDB4XX benchmark, N = %u\n\n", n);
@@ -445,7 +547,7 @@ int main(int argc, char** argv) {
     for (const char* f : {"people.dbf", "floor.dbf", "name.ntx", "amount.ntx", "born.ntx",
                           "fresh.dbf", "fresh.ntx", "floor_e.dbf", "names.idx", "namec.idx", "amounts.idx",
                           "amountc.idx", "borns.idx", "bornc.idx", "freshs.dbf", "freshc.dbf", "freshs.idx",
-                          "freshc.idx"})
+                          "freshc.idx", "memo.fpt", "floor.fpt", "memo.dbt", "memox.dbt", "floor.dbt"})
       fs::remove(scratch / f, ec);
   }
   return 0;

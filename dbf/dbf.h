@@ -131,4 +131,13 @@ int16_t FieldGetSlot(DbfState* st, int16_t number, uint8_t* slot, const uint8_t*
 // Size of a field's slot in a packed record.
 uint32_t SlotSize(const Field& f);
 
+// The names a pack of the file at `path` uses beside it: `backup` is the
+// file's name with its last extension replaced by backupExt (appended when
+// there is none); `temp` is the directory, the first number from 0 that
+// names no file, and tempExt. Both buffers hold kPackNameSize bytes. -14
+// when a name cannot be made (too long, or the backup would be the file
+// itself), -46 when every number is taken (dpack.cpp).
+constexpr size_t kPackNameSize = kPathSize + 16;
+int16_t PackNames(const char* path, const char* backupExt, const char* tempExt, char* backup, char* temp);
+
 }  // namespace rv::dbf

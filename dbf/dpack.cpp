@@ -6,22 +6,9 @@
 
 #include "dbf/dlock.h"
 
-using namespace rv;
-using namespace rv::dbf;
+namespace rv::dbf {
 
 namespace {
-
-constexpr size_t kNameSize = kPathSize + 16;
-constexpr uint32_t kCopyChunk = 64 * 1024;  // bytes read and written at once
-
-// What the pack needs of the old table once its handle is closed.
-struct Plan {
-  char path[kPathSize];
-  char backup[kNameSize];
-  char temp[kNameSize];
-  uint16_t mode;       // create mode: the table's mode, 0x200 for the index flag
-  uint16_t reopenMode; // the table's mode + 0x600
-};
 
 bool SameName(const char* a, const char* b) {
   for (; *a && *b; ++a, ++b)
@@ -29,25 +16,42 @@ bool SameName(const char* a, const char* b) {
   return *a == *b;
 }
 
-// Backup and temporary names beside the table. -14 when they cannot be
-// made (too long, or the backup would be the table itself), -46 when every
-// temporary number is taken.
-int16_t MakeNames(Plan* plan) {
-  const char* path = plan->path;
+}  // namespace
+
+int16_t PackNames(const char* path, const char* backupExt, const char* tempExt, char* backup, char* temp) {
   size_t split = 0;
   for (size_t i = 0; path[i]; ++i)
     if (path[i] == ':' || path[i] == '\\' || path[i] == '/') split = i + 1;
   char dir[kPathSize];
+  if (split >= sizeof dir) return KX_FAIL(KX_ERR_FILENAME);
   std::memcpy(dir, path, split);
   dir[split] = '\0';
   const char* name = path + split;
   const char* dot = std::strrchr(name, '.');
   const size_t stem = dot ? size_t(dot - name) : std::strlen(name);
-  int n = std::snprintf(plan->backup, sizeof plan->backup, "%s%.*s.BAK", dir, int(stem), name);
+  int n = std::snprintf(backup, kPackNameSize, "%s%.*s%s", dir, int(stem), name, backupExt);
   if (n < 0 || size_t(n) >= kPathSize) return KX_FAIL(KX_ERR_FILENAME);
-  if (SameName(plan->backup, path)) return KX_FAIL(KX_ERR_FILENAME);
-  return HTempName(path, ".DBF", plan->temp, sizeof plan->temp);
+  if (SameName(backup, path)) return KX_FAIL(KX_ERR_FILENAME);
+  return HTempName(path, tempExt, temp, kPathSize);
 }
+
+}  // namespace rv::dbf
+
+using namespace rv;
+using namespace rv::dbf;
+
+namespace {
+
+constexpr uint32_t kCopyChunk = 64 * 1024;  // bytes read and written at once
+
+// What the pack needs of the old table once its handle is closed.
+struct Plan {
+  char path[kPathSize];
+  char backup[kPackNameSize];
+  char temp[kPackNameSize];
+  uint16_t mode;       // create mode: the table's mode, 0x200 for the index flag
+  uint16_t reopenMode; // the table's mode + 0x600
+};
 
 // Creates and opens the temporary table with the old table's fields.
 int16_t CreateTemp(const DbfState* st, const Plan& plan, int16_t* temp) {
@@ -183,7 +187,7 @@ extern "C" KXEXPORT int16_t KXAPI KXDDPACK(int16_t* handle) {
     plan.mode = ModeOf(st);
     if (st->header[28] == 1) plan.mode |= 0x200;
     plan.reopenMode = uint16_t(ModeOf(st) + 0x600);
-    int16_t s = MakeNames(&plan);
+    int16_t s = PackNames(plan.path, ".BAK", ".DBF", plan.backup, plan.temp);
     if (s < 0) {
       releaseLock();
       return KX_FAIL(s);

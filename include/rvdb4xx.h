@@ -929,6 +929,163 @@ KXEXPORT int16_t KXAPI KXDIINDEX(int16_t table, const char *name, uint16_t type,
                                  char *expression, int16_t length);
 /* ---- end of IDX indexes ---------------------------------------------------- */
 
+/* ---- Memo files (FPT and DBT) ---------------------------------------------- */
+/*
+ * A memo field of a table (type M, 10 characters) holds the number of the
+ * first block of its text in the table's memo file; 0 or blanks mean no memo.
+ * The host reads the number with KXDDFGET, fetches the text with KXDWRGET or
+ * KXDTRGET, stores new text with KXDWRPUT or KXDTRPUT and puts the number it
+ * gets back into the field. Three layouts, all made of fixed-size blocks
+ * (block n starts at byte n x block size, block 0 holds the header):
+ *   FPT (KXDW..., handle kind 4; FoxPro and Clipper tables, version 0xF5):
+ *     header: next free block, block size (big-endian 32-bit); the header
+ *     area is at least 512 bytes. A memo: type (1 text), length, the text.
+ *     The newest memo ends where its text ends (no filler).
+ *   DBT dBASE III (KXDT..., kind 3; tables 0x83): header: next free block
+ *     (little-endian 32-bit), byte 16 = 0x03; 512-byte blocks. A memo: the
+ *     text and two 0x1A end marks; reading stops at the first 0x1A.
+ *   DBT dBASE IV (kind 3; tables 0x8B): the header fills block 0: head of
+ *     the free-block chain (little-endian 32-bit), the table's base name at
+ *     8, block length (16-bit) at 20, a multiple of 512 up to 16384. A memo:
+ *     FF FF 08 00, its length counting these 8 bytes, the text; padded with
+ *     zeros to its last block's end. Free runs of blocks are chained in
+ *     ascending order (first block: next run, number of blocks); the last
+ *     run's next, or the header when nothing is free, holds the number of
+ *     blocks in the file.
+ *
+ * Choices made here:
+ * - Every read and write re-reads the header (next free block, chain head)
+ *   through the shared view of the file's first bytes, so texts other
+ *   programs appended are seen and two programs appending never take the
+ *   same blocks, provided they append under the table's lock (KXDDLOCK
+ *   function 1 around KXDWRPUT/KXDTRPUT and the record write). As for tables,
+ *   cutting an open memo file shorter than its header is not supported.
+ * - An append extends the file by the write itself (the bytes between the
+ *   old end and the new memo read as zeros, as after a size change); bytes
+ *   past the next free block, left by an append that did not finish, are
+ *   written over, not cut. A dBASE IV allocation on a shared handle asks the
+ *   file system where the file ends (another program may have appended); a
+ *   handle opened without sharing knows it, until a quick close.
+ * - Texts of any length work (the block arithmetic is 64-bit); a memo whose
+ *   end would lie beyond 4 GiB gives -4. KXDWRPUT/KXDTRPUT take the text up
+ *   to its NUL. KXDWRGET/KXDTRGET return the whole stored memo and a NUL in a
+ *   new movable block, locked; the host releases it with KXMFREE(text). A
+ *   stored memo that holds NUL bytes (binary data written by other programs)
+ *   is returned whole, but its length is then not visible to the host.
+ * - A memo number is checked before anything is read: 0, negative, or not
+ *   below the file's end (FPT and dBASE III: the header's next free block;
+ *   dBASE IV: the number of blocks in the file) gives -4. A memo the number
+ *   points to that cannot be right gives -6 and nothing is allocated: a block
+ *   that lies beyond the end of the file, a length that runs past the end of
+ *   the file, a dBASE IV block without FF FF 08 00 (or a length below 8), a
+ *   dBASE III text without an end mark before the end of the file. Writes
+ *   also give -6 for a header whose next free block lies in the header area
+ *   or a block or more beyond the end of the file, and for a broken dBASE IV
+ *   free chain (a run outside the file or empty, a link that does not lead
+ *   onwards, a link to a block with the used-block mark, a run freed twice).
+ * - Writes, mode 0: append (dBASE IV: the first free run that is large
+ *   enough, else at the end). Mode 256: rewrite the memo at *block in place
+ *   when the new text fits, else append and return the new number; *block 0
+ *   appends. It fits: FPT when the old length rounded up to whole blocks
+ *   is at least the new length + 8; dBASE III when the new text and its two
+ *   end marks need no more blocks than the old; dBASE IV when the new memo
+ *   needs no more blocks than the old (blocks it no longer needs go to the
+ *   free chain). A dBASE IV rewrite that does not fit writes the new memo
+ *   first and then gives the old blocks to the free chain. A text holding
+ *   0x1A cannot be stored in a dBASE III file: -34.
+ * - DBT open: the low byte of the mode tells the variant: 0 decides from
+ *   the header (byte 16 = 0x03 is dBASE III; otherwise a block length at
+ *   bytes 20-21 that is a multiple of 512 from 512 to 16384 is dBASE IV;
+ *   anything else is dBASE III, whose writers may leave garbage in those
+ *   bytes); a host that knows the table's version byte passes it instead:
+ *   0x83 (dBASE III, bytes 4-511 ignored) or 0x8B (dBASE IV; a header with
+ *   byte 16 = 0x03 is then refused with -56, a bad block length is -49). Any
+ *   other low byte is -18.
+ * - Pack (KXDWPACK/KXDTPACK): under the table's full lock (KXDDLOCK function
+ *   2), the memos of the table's live records are copied, in record order,
+ *   into a new file in the memo file's directory ("<n>.FPT" / "<n>.DBT", the
+ *   first number not taken) with the old block size in bytes (any size the
+ *   open accepts, 512 and more included, whether or not KXDWCREATE could make
+ *   it; a dBASE IV file keeps its base name), each memo byte for byte with
+ *   its FPT record type. The table is not touched while copying; a live
+ *   record whose memo cannot be read stops the pack there with its status,
+ *   the new file is erased and nothing has changed. Then the old memo file
+ *   becomes "<name>.TBK" (an older one is replaced), the new one takes its
+ *   name, the live records' memo numbers are rewritten (only the memo
+ *   fields; the record buffer keeps the host's record, with the new
+ *   numbers if it is one of those), the full lock is released (also one
+ *   the table's handle held before), and *memo gets a new handle on the
+ *   packed file, shared (0x400). Pack the memo file before the table: the
+ *   table's pack (KXDDPACK) drops the deleted records. Records marked deleted
+ *   keep their old numbers, which mean nothing in the new file. A pack
+ *   stopped before the renames leaves everything as it was; between the
+ *   renames the old memo file is whole as "<name>.TBK"; a failed rename puts
+ *   the old file back and reopens it into *memo. A pack stopped while it
+ *   rewrites the numbers (the last, short step) leaves the new memo file and
+ *   records not yet rewritten whose memos are in the ".TBK" file.
+ */
+#pragma pack(push, 1)
+/* Memo information record (265 bytes, no padding). */
+typedef struct KXMEMOINFO {
+  uint16_t flags;        /* bit 0 read-only, bit 1 shared, bit 2 opened with 0x200 */
+  char fileName[261];    /* the path given to the open */
+  uint16_t value;        /* FPT: 0; DBT: 3 dBASE III, 4 dBASE IV */
+} KXMEMOINFO;
+#pragma pack(pop)
+
+/* Create an FPT file (not opened): size 1..32 gives size x 512-byte blocks,
+   33..511 blocks of that many bytes; header next free = ceil(512 / block
+   size), file length one header area. 0, -21, -49, -14, -46, -1. */
+KXEXPORT int16_t KXAPI KXDWCREATE(const char *path, uint16_t size);
+/* Open an FPT file. mode: low byte 0 or 4; 0x100 read-only; 0x400 shared;
+   0x800 adds 0x600 (not with 0x100). A file that cannot be opened for
+   writing opens read-only and shared. 0, -21, -14, -8, -46, -18, -17
+   (shorter than 512 bytes), -2, -49 (block size outside 33..16384).
+   *handle is -1 after a failure. */
+KXEXPORT int16_t KXAPI KXDWOPENX(int16_t *handle, const char *path, uint16_t mode);
+/* Close an FPT handle; nothing is written. 0, -13. */
+KXEXPORT int16_t KXAPI KXDWCLOSE(int16_t handle);
+/* Memo information record. 0, -13, -21. */
+KXEXPORT int16_t KXAPI KXDWINFO(int16_t handle, KXMEMOINFO *info);
+/* Re-read the header's next free block. 0, -13, -2. */
+KXEXPORT int16_t KXAPI KXDWHGET(int16_t handle);
+/* Read memo `block` into a new locked block (*text; null on failure).
+   0, -13, -21, -4, -6, -2, -3. */
+KXEXPORT int16_t KXAPI KXDWRGET(int16_t handle, int32_t block, char **text);
+/* Write a memo (type 1): mode 0 appends, 256 rewrites *block when the text
+   fits; the memo's number comes back in *block. 0, -13, -21, -12 (mode),
+   -36 (read-only), -4, -6, -2, -1. */
+KXEXPORT int16_t KXAPI KXDWRPUT(int16_t handle, uint32_t *block, const char *text, uint16_t mode);
+/* Pack the FPT file of `table` (see above); *memo gets the new handle.
+   0, -13, -21, -36 (table or memo read-only), -12 (the table has no memo
+   fields), -37 (another program holds a lock on the table), -14 (backup
+   name), the read and write codes of the memos, -46, -5, -40. */
+KXEXPORT int16_t KXAPI KXDWPACK(int16_t table, int16_t *memo);
+
+/* Create a DBT file (not opened): size 0 a dBASE III file (512-byte blocks),
+   1..32 a dBASE IV file of size x 512-byte blocks whose header holds the
+   path's base name (at most 8 characters). 0, -21, -49, -14, -46, -1. */
+KXEXPORT int16_t KXAPI KXDTCREATE(const char *path, uint16_t size);
+/* Open a DBT file. mode: low byte 0, 0x83 or 0x8B (see above); 0x100,
+   0x400, 0x800 as for FPT. 0, -21, -14, -8, -46, -18, -17 (shorter than
+   512 bytes or than a dBASE IV header block), -2, -49, -56. *handle is -1
+   after a failure. */
+KXEXPORT int16_t KXAPI KXDTOPENX(int16_t *handle, const char *path, uint16_t mode);
+/* Close a DBT handle; nothing is written. 0, -13. */
+KXEXPORT int16_t KXAPI KXDTCLOSE(int16_t handle);
+/* Memo information record. 0, -13, -21. */
+KXEXPORT int16_t KXAPI KXDTINFO(int16_t handle, KXMEMOINFO *info);
+/* Re-read the header's first word (next free block or chain head). 0, -13, -2. */
+KXEXPORT int16_t KXAPI KXDTHGET(int16_t handle);
+/* Read memo `block` as KXDWRGET does. 0, -13, -21, -4, -6, -2, -3. */
+KXEXPORT int16_t KXAPI KXDTRGET(int16_t handle, int32_t block, char **text);
+/* Write a memo as KXDWRPUT does. 0, -13, -21, -12, -36, -34 (0x1A in a
+   dBASE III text), -4, -6, -2, -1. */
+KXEXPORT int16_t KXAPI KXDTRPUT(int16_t handle, uint32_t *block, const char *text, uint16_t mode);
+/* Pack the DBT file of `table` as KXDWPACK does. */
+KXEXPORT int16_t KXAPI KXDTPACK(int16_t table, int16_t *memo);
+/* ---- end of memo files ----------------------------------------------------- */
+
 #ifdef __cplusplus
 }
 #endif

@@ -66,13 +66,63 @@ static int demo_index(int16_t table, uint32_t records) {
   return bad;
 }
 
-/* A sample table: C, N, D and L fields in a scratch file, a few hundred
-   records appended, some read back by number, one marked deleted. */
+/* The text of a record's memo field ("" when it has none). The engine
+   returns the text in a block of its own, which the host frees. */
+static void memo_text(int16_t table, int16_t memo, char *out, size_t size) {
+  uint32_t block = 0;
+  char *text = NULL;
+  out[0] = '\0';
+  if (KXDDFGET(table, 4, &block) != 0 || block == 0) return;
+  if (KXDTRGET(memo, (int32_t)block, &text) == 0) {
+    snprintf(out, size, "%s", text);
+    KXMFREE(text);
+  }
+}
+
+static long file_size(const char *path) {
+  FILE *f = fopen(path, "rb");
+  long n = -1;
+  if (f && fseek(f, 0, SEEK_END) == 0) n = ftell(f);
+  if (f) fclose(f);
+  return n;
+}
+
+/* The table's memo file after a rewrite that moves a memo and a pack that
+   drops the deleted record's memo. */
+static int demo_memo_pack(int16_t table, int16_t *memo, const char *memoPath) {
+  char text[80], longer[700];
+  uint32_t recno = 300, block = 0;
+  int bad = 0;
+  long before;
+
+  printf("\nDBT memo file %s\n", memoPath);
+  bad |= check("KXDDRGET(300)", KXDDRGET(table, 300), 0);
+  KXDDFGET(table, 4, &block);
+  snprintf(longer, sizeof longer, "%s", "Record 300 now has a note longer than a 512-byte block: it no "
+           "longer fits where the old one was, so KXDTRPUT appends it and returns its new block number, "
+           "which goes back into the field. The old text stays behind until a pack.");
+  while (strlen(longer) + 40 < sizeof longer) strcat(longer, " And a few more words to fill it up.");
+  bad |= check("KXDTRPUT(record 300's memo, mode 256)", KXDTRPUT(*memo, &block, longer, 256), 0);
+  bad |= check("KXDDFPUT(NOTES) + KXDDRPUT(300, mode 256)", (int16_t)(KXDDFPUT(table, 4, &block) + KXDDRPUT(table, &recno, 256)), 0);
+  printf("  %-44s %u\n", "record 300's memo is now at block", (unsigned)block);
+  before = file_size(memoPath);
+  bad |= check("KXDTPACK (record 150 is deleted)", KXDTPACK(table, memo), 0);
+  printf("  %-44s %ld -> %ld bytes\n", "memo file size", before, file_size(memoPath));
+  bad |= check("KXDDRGET(300)", KXDDRGET(table, 300), 0);
+  memo_text(table, *memo, text, sizeof text);
+  printf("  %-44s \"%.40s...\"\n", "record 300's memo after the pack", text);
+  bad |= strncmp(text, longer, 40) == 0 ? 0 : 1;
+  return bad;
+}
+
+/* A sample table: C, N, D, L and memo fields in a scratch file with its
+   dBASE III memo file, a few hundred records appended (every fiftieth with
+   a memo), some read back by number, one marked deleted. */
 static int demo_table(void) {
-  static const char path[] = "rvdemo_people.dbf";
+  static const char path[] = "rvdemo_people.dbf", memoPath[] = "rvdemo_people.dbt";
   static const char *names[] = {"Ada", "Grace", "Alan", "Edsger", "Barbara", "Donald", "Niklaus"};
-  KXDBFFIELD fields[4];
-  int16_t h = -1;
+  KXDBFFIELD fields[5];
+  int16_t h = -1, memo = -1;
   uint32_t count = 0, recno = 0, i;
   int bad = 0;
   int32_t show[] = {1, 2, 3, 150, 299, 300};
@@ -84,8 +134,11 @@ static int demo_table(void) {
   strcpy(fields[1].name, "SALARY"); fields[1].type = 'N'; fields[1].width = 9; fields[1].decimals = 2;
   strcpy(fields[2].name, "BORN");   fields[2].type = 'D'; fields[2].width = 8;
   strcpy(fields[3].name, "ACTIVE"); fields[3].type = 'L'; fields[3].width = 1;
-  bad |= check("KXDDCREATE(4 fields, mode 3)", KXDDCREATE(path, 4, fields, 3), 0);
+  strcpy(fields[4].name, "NOTES");  fields[4].type = 'M'; fields[4].width = 10;
+  bad |= check("KXDDCREATE(5 fields, mode 3)", KXDDCREATE(path, 5, fields, 3), 0);
   bad |= check("KXDDOPENX", KXDDOPENX(&h, path, 3), 0);
+  bad |= check("KXDTCREATE(dBASE III memo file)", KXDTCREATE(memoPath, 0), 0);
+  bad |= check("KXDTOPENX(as for a 0x83 table)", KXDTOPENX(&memo, memoPath, 0x83), 0);
   bad |= check("KXCDSTYLE(4): dates as yyyymmdd", KXCDSTYLE(4), 0);
   for (i = 1; i <= 300; ++i) {
     char name[16], born[16];
@@ -98,6 +151,13 @@ static int demo_table(void) {
     KXDDFPUT(h, 1, &salary);
     KXDDFPUT(h, 2, born);
     KXDDFPUT(h, 3, &active);
+    if (i % 50 == 0) {
+      char note[120];
+      uint32_t block = 0;
+      snprintf(note, sizeof note, "%s joined in %.4s; a note written in the memo file, block by block.", name, born);
+      if (KXDTRPUT(memo, &block, note, 0) != 0) bad |= check("KXDTRPUT append", KXECODE(), 0);
+      KXDDFPUT(h, 4, &block);
+    }
     if (KXDDRPUT(h, &recno, 0) != 0) {
       bad |= check("KXDDRPUT append", KXECODE(), 0);
       break;
@@ -106,9 +166,9 @@ static int demo_table(void) {
   bad |= check("KXDDSIZE after 300 appends", KXDDSIZE(h, &count), 0);
   printf("  %-44s %u\n", "records", (unsigned)count);
   bad |= check("KXDDRDEL(150)", KXDDRDEL(h, 150), 0);
-  printf("\n  %-6s %-3s %-12s %10s %-10s %s\n", "recno", "del", "NAME", "SALARY", "BORN", "ACTIVE");
+  printf("\n  %-6s %-3s %-12s %10s %-10s %-6s %s\n", "recno", "del", "NAME", "SALARY", "BORN", "ACTIVE", "NOTES");
   for (k = 0; k < sizeof show / sizeof show[0]; ++k) {
-    char name[16], born[16];
+    char name[16], born[16], note[40];
     double salary = 0;
     uint8_t active = 0;
     int16_t s = KXDDRGET(h, show[k]);
@@ -116,16 +176,21 @@ static int demo_table(void) {
     KXDDFGET(h, 1, &salary);
     KXDDFGET(h, 2, born);
     KXDDFGET(h, 3, &active);
-    printf("  %-6d %-3s %-12s %10.2f %-10s %s\n", (int)show[k], s == KX_DELETED ? "*" : "",
-           name, salary, born, active == 1 ? "yes" : active == 0 ? "no" : "?");
+    memo_text(h, memo, note, sizeof note);
+    printf("  %-6d %-3s %-12s %10.2f %-10s %-6s %s\n", (int)show[k], s == KX_DELETED ? "*" : "",
+           name, salary, born, active == 1 ? "yes" : active == 0 ? "no" : "?", note);
     if (s < 0) bad |= check("KXDDRGET", s, 0);
   }
   printf("\n");
   bad |= check("KXDDRGET(301) is past the end", KXDDRGET(h, 301), KX_ERR_SEEK);
   KXESCODE(0);
   bad |= demo_index(h, count);
+  bad |= demo_memo_pack(h, &memo, memoPath);
+  bad |= check("KXDTCLOSE", KXDTCLOSE(memo), 0);
   bad |= check("KXDDCLOSE", KXDDCLOSE(h), 0);
   remove(path);
+  remove(memoPath);
+  remove("rvdemo_people.TBK");
   return bad;
 }
 

@@ -11,6 +11,12 @@
 //       FILL from both), unlock; every third time also a record update under
 //       a record lock (TOUCH + 1). Writes the number of updates to RESULT.
 //   dbfworker pack PATH
+//   dbfworker mappend PATH MEMO ID COUNT RESULT
+//       COUNT times under the file lock: header, a memo (MemoText(ID, i))
+//       appended to MEMO (.fpt or .dbt), a record WRITER=ID, SEQ=i,
+//       NOTE=its number; unlock. Writes COUNT to RESULT.
+//   dbfworker mpack PATH MEMO
+//       KXDWPACK or KXDTPACK of the table's memo file.
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -86,16 +92,71 @@ int Append(int16_t h, char** a) {
   return 0;
 }
 
+// A memo file's family from its name.
+bool IsFpt(const std::string& path) { return path.size() > 3 && path.substr(path.size() - 3) == "fpt"; }
+
+#if defined(RVDB_MEMO)
+// The memo text writer `id` appends as its i-th: 50 to 2999 bytes.
+std::string MemoText(long id, long i) {
+  char head[32];
+  std::snprintf(head, sizeof head, "W%02ldS%06ld", id, i);
+  std::string text = head;
+  for (long k = 0, n = 40 + (id * 7919 + i * 104729) % 2950; k < n; ++k) text += char('a' + (k + i) % 26);
+  return text;
+}
+
+struct MemoFile {
+  bool fpt;
+  int16_t h = -1;
+  explicit MemoFile(const std::string& path) : fpt(IsFpt(path)) {}
+  int16_t Open(const char* path) { return fpt ? KXDWOPENX(&h, path, 0x400) : KXDTOPENX(&h, path, 0x400); }
+  int16_t Put(uint32_t* block, const std::string& text) {
+    return fpt ? KXDWRPUT(h, block, text.c_str(), 0) : KXDTRPUT(h, block, text.c_str(), 0);
+  }
+  int16_t Pack(int16_t table) { return fpt ? KXDWPACK(table, &h) : KXDTPACK(table, &h); }
+  int16_t Close() { return fpt ? KXDWCLOSE(h) : KXDTCLOSE(h); }
+};
+
+int MemoJob(int16_t h, const std::string& cmd, char** a) {
+  MemoFile memo(a[0]);
+  int16_t s = memo.Open(a[0]);
+  if (s < 0) return Fail("memo open", s);
+  if (cmd == "mpack") {
+    if ((s = memo.Pack(h)) != 0) return Fail("memo pack", s);
+  } else {
+    const long id = std::strtol(a[1], nullptr, 10), count = std::strtol(a[2], nullptr, 10);
+    const auto deadline = Clock::now() + std::chrono::seconds(60);
+    for (long i = 0; i < count; ++i) {
+      double writer = double(id), seq = double(i);
+      uint32_t block = 0, r = 0;
+      if ((s = Acquire(h, 0, deadline)) || (s = KXDDHGET(h)) < 0 || (s = memo.Put(&block, MemoText(id, i))) < 0 ||
+          (s = KXDDRCLEAR(h)) < 0 || (s = KXDDFPUT(h, 0, &writer)) || (s = KXDDFPUT(h, 1, &seq)) ||
+          (s = KXDDFPUT(h, 2, &block)) || (s = KXDDRPUT(h, &r, 0)) < 0 || (s = KXDDUNLOCK(h, 1, nullptr)) < 0)
+        return s == 1 ? 4 : Fail("memo append", s);
+    }
+    WriteResult(a[3], std::to_string(count));
+  }
+  return (s = memo.Close()) != 0 ? Fail("memo close", s) : 0;
+}
+#else
+int MemoJob(int16_t, const std::string&, char**) { return 9; }
+#endif
+
 }  // namespace
 
 int main(int argc, char** argv) {
   if (argc < 3 || KXDINIT(20, 4) != 0) return 9;
   const std::string cmd = argv[1];
-  int16_t h = -1, s = KXDDOPENX(&h, argv[2], 1 | 0x400);
+  // Tables with memo files are opened in the mode of their memo layout.
+  const bool memo = cmd[0] == 'm' && argc >= 4;
+  const uint16_t mode = !memo ? 1 : IsFpt(argv[3]) ? 4 : 2;
+  int16_t h = -1, s = KXDDOPENX(&h, argv[2], mode | 0x400);
   int rc = s < 0                               ? Fail("open", s)
            : cmd == "hold" && argc == 7        ? Hold(h, argv + 3)
            : cmd == "append" && argc == 7      ? Append(h, argv + 3)
            : cmd == "pack" && argc == 3        ? ((s = KXDDPACK(&h)) != 0 ? Fail("pack", s) : 0)
+           : cmd == "mappend" && argc == 7     ? MemoJob(h, cmd, argv + 3)
+           : cmd == "mpack" && argc == 4       ? MemoJob(h, cmd, argv + 3)
                                                : 9;
   if (rc == 0 && (s = KXDDCLOSE(h)) != 0) rc = Fail("close", s);
   KXDTERM();
