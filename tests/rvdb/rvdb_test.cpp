@@ -3,6 +3,7 @@
 // import read back by python3-dbf, a reindex read back by Perl.
 #include <sys/wait.h>
 
+#include <cstring>
 #include <fstream>
 #include <sstream>
 
@@ -18,6 +19,7 @@ class Rvdb : public ::testing::Test {
   void SetUp() override {
     for (const char* f : {"people.dbf", "name.ntx", "amount.ntx", "born.ntx", "uniq.ntx"})
       fs::copy_file(std::string(TEST_DATA_DIR) + "/ntx/" + f, dir.file(f));
+    for (const char* f : {"memo.dbf", "memo.fpt"}) fs::copy_file(std::string(TEST_DATA_DIR) + "/memo/" + f, dir.file(f));
   }
   // Runs rvdb in the scratch directory; its exit code, its output in `out`.
   int Run(const std::string& args) {
@@ -118,6 +120,15 @@ TEST_F(Rvdb, VerifyFindsEachDamage) {
   EXPECT_EQ(out, line(rb, ka, wrong) + line(ra, kb, wrong) + line(std::min(ra, rb), ra < rb ? ka : kb, "is missing") +
                      line(std::max(ra, rb), ra < rb ? kb : ka, "is missing"))
       << out;
+  // A memo number past the end of the memo file.
+  EXPECT_EQ(Run("verify memo.dbf memo.fpt"), 0) << out << err;
+  const auto memo = ReadBytes(dir.file("memo.dbf"));
+  auto far = memo;
+  const size_t notes = Le16(memo, 8) + Le16(memo, 10) + 1 + 4 + 20;  // record 2's NOTES
+  std::memcpy(&far[notes], "     99999", 10);
+  WriteBytes(dir.file("memo.dbf"), far);
+  EXPECT_EQ(Run("verify memo.dbf"), 1);
+  EXPECT_EQ(out, "memo.dbf: record 2: memo 99999 of NOTES: status -4 (position out of range)\n");
   EXPECT_EQ(Run("verify nosuch.dbf"), 2);
   EXPECT_NE(err.find("nosuch.dbf: open failed: status -46"), std::string::npos) << err;
   EXPECT_EQ(Run("verify"), 3);
@@ -127,21 +138,25 @@ TEST_F(Rvdb, VerifyFindsEachDamage) {
 // import then dump gives the CSV back; python3-dbf reads the table; reindex
 // rebuilds an index the checker and Perl's XBase::Index accept.
 TEST_F(Rvdb, ImportDumpAndReindexRoundTrip) {
-  const std::string csv = "NAME,AMOUNT,BORN,ACTIVE\nSMITH,12.5,1990-01-31,T\n\"O\"\"Neil, Ann\",-3,,F\n"
-                          "\"two\nlines\",0,2000-02-29,\n";
+  const std::string csv = "NAME,AMOUNT,BORN,ACTIVE,NOTES\nSMITH,12.5,1990-01-31,T,\"a memo,\nof two lines\"\n"
+                          "\"O\"\"Neil, Ann\",-3,,F,\n\"two\nlines\",0,2000-02-29,,short\n";
   WriteText(dir.file("in.csv"), csv);
-  ASSERT_EQ(Run("import t.dbf --from in.csv --fields 'NAME C 20, AMOUNT N 10 2, BORN D, ACTIVE L'"), 0) << err;
+  ASSERT_EQ(Run("import t.dbf --from in.csv --fields 'NAME C 20, AMOUNT N 10 2, BORN D, ACTIVE L, NOTES M'"), 0)
+      << err;
   ASSERT_EQ(Run("dump t.dbf"), 0) << err;
-  EXPECT_EQ(out, "NAME,AMOUNT,BORN,ACTIVE\nSMITH,12.50,1990-01-31,T\n\"O\"\"Neil, Ann\",-3.00,,F\n"
-                 "\"two\nlines\",0.00,2000-02-29,\n");
+  EXPECT_EQ(out, "NAME,AMOUNT,BORN,ACTIVE,NOTES\nSMITH,12.50,1990-01-31,T,\"a memo,\nof two lines\"\n"
+                 "\"O\"\"Neil, Ann\",-3.00,,F,\n\"two\nlines\",0.00,2000-02-29,,short\n");
+  EXPECT_EQ(Run("verify t.dbf t.dbt"), 0) << out << err;
   EXPECT_EQ(Run("import u.dbf --from in.csv --fields 'NAME C 20, AMOUNT D'"), 2);
   EXPECT_NE(err.find("line 2, field AMOUNT"), std::string::npos) << err;
 #if !defined(_WIN32)
   const std::string py = "/usr/bin/python3 -c \"import dbf; t = dbf.Table('" + dir.file("t.dbf") +
-                         "'); t.open(); print([(r.name.strip(), float(r.amount)) for r in t])\" > " + dir.file("py.txt");
+                         "'); t.open(); print([(r.name.strip(), float(r.amount), r.notes) for r in t])\" > " +
+                         dir.file("py.txt");
   if (std::system("/usr/bin/python3 -c 'import dbf' 2>/dev/null") == 0) {
     ASSERT_EQ(std::system(py.c_str()), 0);
-    EXPECT_EQ(ReadText(dir.file("py.txt")), "[('SMITH', 12.5), ('O\"Neil, Ann', -3.0), ('two\\nlines', 0.0)]\n");
+    EXPECT_EQ(ReadText(dir.file("py.txt")),
+              "[('SMITH', 12.5, 'a memo,\\nof two lines'), ('O\"Neil, Ann', -3.0, ''), ('two\\nlines', 0.0, 'short')]\n");
   }
 #endif
   // Reindex a damaged index back to health, in key order.

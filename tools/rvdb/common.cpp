@@ -1,4 +1,5 @@
 // rvdb's shared parts: statuses, tables and indexes, text, progress.
+#include <cctype>
 #include <chrono>
 #include <cstdio>
 #include <fstream>
@@ -97,6 +98,8 @@ Kind KindOf(const std::string& path) {
   const auto got = in.gcount();
   std::string ext = path.size() > 4 ? path.substr(path.size() - 4) : "";
   for (auto& c : ext) c = char(std::tolower(static_cast<unsigned char>(c)));
+  if (ext == ".fpt") return Kind::Fpt;
+  if (ext == ".dbt") return Kind::Dbt;
   if (ext == ".ntx" || (got >= 22 && head[0] == 6 && head[1] == 0 && head[14] > 0)) return Kind::Ntx;
   if (ext == ".dbf" || (got == 32 && (head[0] == 0x03 || head[0] == 0x83 || head[0] == 0x8B ||
                                        head[0] == 0xF5)))
@@ -104,7 +107,17 @@ Kind KindOf(const std::string& path) {
   return Kind::Unknown;
 }
 
-Table::Table(const std::string& path, uint16_t mode) : path_(path) {
+Table::Table(const std::string& path, uint16_t mode) : path_(path), mode_(mode) {
+  {
+    std::ifstream in(path, std::ios::binary);
+    char v = 0;
+    in.get(v);
+    version_ = uint8_t(v);
+  }
+  // Without a compatibility mode, the one the version byte needs: FoxPro
+  // tables with FPT memos open in mode 4, dBASE IV tables in mode 2.
+  if ((mode & 0xFF) == 0) mode = uint16_t(mode | (version_ == 0xF5 ? 4 : version_ == 0x8B ? 2 : 0));
+  mode_ = mode;
   openStatus_ = Check(KXDDOPENX(&handle_, path.c_str(), mode), path, "open table");
   int16_t widest = 0;
   KXRECINFO ri{};
@@ -122,7 +135,57 @@ Table::Table(const std::string& path, uint16_t mode) : path_(path) {
 }
 
 Table::~Table() {
+  if (memo_ >= 0 && (memoIsFpt() ? KXDWCLOSE(memo_) : KXDTCLOSE(memo_)) < 0) KXESCODE(0);
   if (handle_ >= 0 && KXDDCLOSE(handle_) < 0) KXESCODE(0);
+}
+
+bool Table::HasMemo() const {
+  for (const auto& f : fields_)
+    if (f.type == 'M') return true;
+  return false;
+}
+
+std::string Table::MemoPath() const {
+  if (!HasMemo()) return "";
+  const size_t dot = path_.find_last_of('.');
+  const bool upper = dot != std::string::npos && dot + 1 < path_.size() && std::isupper(static_cast<unsigned char>(path_[dot + 1]));
+  const std::string stem = dot == std::string::npos ? path_ : path_.substr(0, dot);
+  const char* ext = memoIsFpt() ? (upper ? ".FPT" : ".fpt") : (upper ? ".DBT" : ".dbt");
+  return stem + ext;
+}
+
+void Table::OpenMemo() {
+  if (memo_ >= 0 || !HasMemo()) return;
+  const std::string m = MemoPath();
+  const uint16_t mode = uint16_t(mode_ & 0xFF00);
+  if (memoIsFpt())
+    Check(KXDWOPENX(&memo_, m.c_str(), mode), m, "open memo file");
+  else
+    Check(KXDTOPENX(&memo_, m.c_str(), uint16_t(mode | (version_ == 0x8B ? 0x8B : 0x83))), m, "open memo file");
+}
+
+std::string Table::MemoText(const Field& f) {
+  const std::string number = Trim(Raw(f));
+  if (number.empty() || number == "0") return "";
+  OpenMemo();
+  const long block = std::strtol(number.c_str(), nullptr, 10);
+  char* text = nullptr;
+  const int s = memoIsFpt() ? KXDWRGET(memo_, int32_t(block), &text) : KXDTRGET(memo_, int32_t(block), &text);
+  Check(s, MemoPath(), "read memo " + number + " of " + f.name);
+  std::string out = text ? text : "";
+  if (text) KXMFREE(text);
+  return out;
+}
+
+void Table::PutMemo(const Field& f, const std::string& text) {
+  OpenMemo();
+  uint32_t block = 0;
+  const int s = memoIsFpt() ? KXDWRPUT(memo_, &block, text.c_str(), 0) : KXDTRPUT(memo_, &block, text.c_str(), 0);
+  Check(s, MemoPath(), "write a memo for " + f.name);
+  int16_t number = 0;
+  for (size_t i = 0; i < fields_.size(); ++i)
+    if (&fields_[i] == &f) number = int16_t(i);
+  Check(KXDDFPUT(handle_, number, &block), path_, "put the memo number into " + f.name);
 }
 
 uint32_t Table::count() const {
@@ -188,6 +251,9 @@ void Progress::Draw(uint64_t done) {
 }
 
 Engine::Engine() {
+  // The tool reports a bad date itself, with its line: no notice from the
+  // engine as well (unless the user asks for it).
+  setenv("RVDB4XX_NOTICE", "0", 0);
   if (KXDINIT(100, 4) < 0) throw Failure("-", "initialise the engine", KXECODE());
 }
 

@@ -57,6 +57,22 @@ std::string Text(const Field& f, std::string_view raw) {
   }
 }
 
+// JSON strings are UTF-8; table text is read as Latin-1, so every byte
+// keeps a character of its own.
+std::string Utf8(const std::string& latin1) {
+  std::string out;
+  out.reserve(latin1.size());
+  for (unsigned char c : latin1) {
+    if (c < 0x80) {
+      out += char(c);
+    } else {
+      out += char(0xC0 | c >> 6);
+      out += char(0x80 | (c & 0x3F));
+    }
+  }
+  return out;
+}
+
 nlohmann::json Json(const Field& f, std::string_view raw) {
   std::string t = Text(f, raw);
   if (f.type == 'L') return t.empty() ? nlohmann::json() : nlohmann::json(t == "T");
@@ -68,9 +84,9 @@ nlohmann::json Json(const Field& f, std::string_view raw) {
       if (*end == '\0') return v;
     }
     double d = std::strtod(t.c_str(), &end);
-    return *end == '\0' ? nlohmann::json(d) : nlohmann::json(t);
+    return *end == '\0' ? nlohmann::json(d) : nlohmann::json(Utf8(t));
   }
-  return t;
+  return Utf8(t);
 }
 
 }  // namespace
@@ -98,14 +114,14 @@ int Dump(const std::string& tablePath, const std::string& indexPath, bool delete
     if (json) {
       nlohmann::ordered_json o;
       if (deleted) o["_deleted"] = gone;
-      for (const auto& f : fields) o[f.name] = Json(f, t.Raw(f));
+      for (const auto& f : fields) o[f.name] = f.type == 'M' ? nlohmann::json(Utf8(t.MemoText(f))) : Json(f, t.Raw(f));
       out.Add(first ? "\n" : ",\n");
       out.Add(o.dump());
     } else {
       if (deleted) out.Add(gone ? "1," : "0,");
       for (size_t i = 0; i < fields.size(); ++i) {
         if (i) out.Add(",");
-        CsvValue(out, Text(fields[i], t.Raw(fields[i])));
+        CsvValue(out, fields[i].type == 'M' ? t.MemoText(fields[i]) : Text(fields[i], t.Raw(fields[i])));
       }
       out.Add("\n");
     }

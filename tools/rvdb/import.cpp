@@ -32,8 +32,8 @@ std::vector<KXDBFFIELD> ParseFields(const std::string& spec) {
     words >> width >> decimals;
     if (t == 'D') width = 8;
     if (t == 'L') width = 1;
-    if (t == 'M') throw UsageError("--fields: memo fields are not supported yet");
-    if (t != 'C' && t != 'N' && t != 'F' && t != 'D' && t != 'L')
+    if (t == 'M') width = 10;
+    if (t != 'C' && t != 'N' && t != 'F' && t != 'D' && t != 'L' && t != 'M')
       throw UsageError("--fields: \"" + Trim(one) + "\": unknown type " + type);
     if (width == 0) throw UsageError("--fields: \"" + Trim(one) + "\" needs a width");
     KXDBFFIELD f{};
@@ -62,7 +62,7 @@ class CsvReader {
     values.clear();
     int c = Get();
     if (c == EOF) return false;
-    ++line_;
+    start_ = ++line_;
     std::string v;
     bool quoted = false;
     for (;; c = Get()) {
@@ -95,7 +95,8 @@ class CsvReader {
       }
     }
   }
-  unsigned line() const { return line_; }
+  // The line the last record began on.
+  unsigned line() const { return start_; }
   uint64_t position() const { return consumed_ + at_; }
   uint64_t size() const { return size_; }
 
@@ -121,7 +122,7 @@ class CsvReader {
   std::string buf_;
   size_t at_ = 0;
   uint64_t consumed_ = 0;
-  unsigned line_ = 0;
+  unsigned line_ = 0, start_ = 0;
   uint64_t size_ = 0;
 };
 
@@ -139,6 +140,8 @@ int Import(const std::string& tablePath, const std::string& csvPath, const std::
       if (Upper(Trim(header[j])) == fields[i].name) column[i] = int(j);
   Check(KXDDCREATE(tablePath.c_str(), int16_t(fields.size()), fields.data(), 1), tablePath, "create table");
   Table t(tablePath, 0);
+  // Memo fields: a dBASE III memo file beside the table (version 0x83).
+  if (t.HasMemo()) Check(KXDTCREATE(t.MemoPath().c_str(), 0), t.MemoPath(), "create memo file");
   Progress progress("import " + csvPath, csv.size());
   uint64_t rows = 0;
   while (csv.Next(values)) {
@@ -176,6 +179,9 @@ int Import(const std::string& tablePath, const std::string& csvPath, const std::
           s = KXDDFPUT(t.handle(), int16_t(i), &b);
           break;
         }
+        case 'M':
+          if (!v.empty()) t.PutMemo(t.fields()[i], v);
+          break;
         default:
           s = KXDDFPUTS(t.handle(), int16_t(i), v.c_str());
       }

@@ -24,6 +24,7 @@ void TableInfo(const std::string& path) {
              head[8] | head[9] << 8, t.recordLength(), updated, t.fields().size());
   for (const auto& f : t.fields())
     fmt::print("    {:<10} {} {:>4} {:>2}\n", f.name, f.type, f.width, f.decimals);
+  if (t.HasMemo()) fmt::print("  memo file   {}\n", t.MemoPath());
   if (t.openStatus() == 7) fmt::print("  warning     the file size disagrees with the header\n");
 }
 
@@ -40,6 +41,24 @@ void NtxInfo(const std::string& path) {
     fmt::print("  structure   damaged: {}\n", c.error);
 }
 
+void MemoInfo(const std::string& path, bool fpt) {
+  uint8_t h[32] = {};
+  std::ifstream in(path, std::ios::binary);
+  in.read(reinterpret_cast<char*>(h), sizeof h);
+  if (in.gcount() < 32) throw Failure(path, "read the memo header", KX_ERR_MEMOHEADER);
+  if (fpt) {
+    fmt::print("{}: FPT memo file\n  block size  {} bytes\n  next free   block {}\n", path,
+               h[6] << 8 | h[7], uint32_t(h[0]) << 24 | h[1] << 16 | h[2] << 8 | h[3]);
+    return;
+  }
+  const uint32_t first = h[0] | h[1] << 8 | h[2] << 16 | uint32_t(h[3]) << 24;
+  const unsigned block = h[20] | h[21] << 8;
+  if (h[16] != 3 && block >= 512 && block % 512 == 0)
+    fmt::print("{}: DBT memo file, dBASE IV\n  block size  {} bytes\n  free chain  block {}\n", path, block, first);
+  else
+    fmt::print("{}: DBT memo file, dBASE III\n  block size  512 bytes\n  next free   block {}\n", path, first);
+}
+
 }  // namespace
 
 int Info(const std::vector<std::string>& files) {
@@ -49,6 +68,8 @@ int Info(const std::vector<std::string>& files) {
       switch (KindOf(path)) {
         case Kind::Table: TableInfo(path); break;
         case Kind::Ntx: NtxInfo(path); break;
+        case Kind::Fpt: MemoInfo(path, true); break;
+        case Kind::Dbt: MemoInfo(path, false); break;
         default: throw UsageError(path + ": not a table or index this tool knows");
       }
     } catch (const std::exception& e) {

@@ -6,7 +6,7 @@
 #include "rvdb.h"
 
 int main(int argc, char** argv) {
-  CLI::App app{"rvdb: look inside xBase files (DBF tables, NTX indexes), export and import them,\n"
+  CLI::App app{"rvdb: look inside xBase files (DBF tables, NTX indexes, FPT and DBT memo files), export and\nimport them, "
                "check them and rebuild their indexes."};
   app.footer(
       "Exit codes: 0 success; 1 verify found problems, or find found no exact key; 2 a file\n"
@@ -42,8 +42,10 @@ int main(int argc, char** argv) {
   reindex->add_option("TABLE", table, "The table")->required();
   reindex->add_option("INDEX", indexes, "The indexes")->required();
 
-  auto* pack = app.add_subcommand("pack", "Remove deleted records (the old table is kept as .BAK).");
+  auto* pack = app.add_subcommand("pack", "Remove deleted records (the old table is kept as .BAK) and, when "
+                                          "named, the memo texts only they used (the old file as .TBK).");
   pack->add_option("TABLE", table, "The table")->required();
+  pack->add_option("MEMO", memo, "The table's memo file (.fpt or .dbt)");
 
   auto* find = app.add_subcommand("find", "The record of a key (or of the first key that begins with it).");
   find->add_option("TABLE", table, "The table")->required();

@@ -6,11 +6,24 @@
 namespace rvdb {
 
 int Pack(const std::string& tablePath, const std::string& memo) {
-  if (!memo.empty()) throw UsageError("pack: memo files are not supported yet");
   int16_t h = -1;
   Check(KXDDOPENX(&h, tablePath.c_str(), 0), tablePath, "open table");
   uint32_t before = 0, after = 0;
   KXDDSIZE(h, &before);
+  if (!memo.empty()) {
+    // The memo file first: its pack rewrites the live records' memo numbers.
+    const bool fpt = KindOf(memo) == Kind::Fpt;
+    int16_t m = -1;
+    int s = fpt ? KXDWOPENX(&m, memo.c_str(), 0) : KXDTOPENX(&m, memo.c_str(), 0);
+    if (s >= 0) s = fpt ? KXDWPACK(h, &m) : KXDTPACK(h, &m);
+    if (m >= 0) fpt ? KXDWCLOSE(m) : KXDTCLOSE(m);
+    if (s < 0) {
+      KXESCODE(0);
+      KXDDCLOSE(h);
+      Check(s, memo, "pack the memo file");
+    }
+    fmt::print("{}: packed\n", memo);
+  }
   const int s = KXDDPACK(&h);
   if (s >= 0) KXDDSIZE(h, &after);
   if (h >= 0) KXDDCLOSE(h);

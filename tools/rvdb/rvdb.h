@@ -36,7 +36,7 @@ const char* StatusMeaning(int status);
 int Check(int status, const std::string& file, const std::string& operation);
 
 // The kinds of files the tool knows, by their content and name.
-enum class Kind { Table, Ntx, Unknown };
+enum class Kind { Table, Ntx, Fpt, Dbt, Unknown };
 Kind KindOf(const std::string& path);
 
 struct Field {
@@ -66,6 +66,18 @@ class Table {
   }
   bool Deleted() const { return buffer_[0] == '*'; }
   int openStatus() const { return openStatus_; }
+  // Memo fields: the text of the record read last (the memo file beside the
+  // table is opened on first use); "" for none.
+  bool HasMemo() const;
+  std::string MemoText(const Field& f);
+  // Stores `text` as a new memo and puts its number into field `f` of the
+  // record buffer.
+  void PutMemo(const Field& f, const std::string& text);
+  // The memo file beside the table (".DBT" or ".FPT" by the version byte,
+  // in the table's extension case); "" when the table has no memo fields.
+  std::string MemoPath() const;
+  int16_t memoHandle() { OpenMemo(); return memo_; }
+  bool memoIsFpt() const { return version_ == 0xF5; }
 
  private:
   std::string path_;
@@ -74,6 +86,10 @@ class Table {
   std::vector<Field> fields_;
   unsigned recordLength_ = 0;
   const uint8_t* buffer_ = nullptr;
+  uint8_t version_ = 0;
+  uint16_t mode_ = 0;
+  int16_t memo_ = -1;
+  void OpenMemo();
 };
 
 // An NTX index opened through the engine.

@@ -87,6 +87,23 @@ void CheckTable(Table& t, std::vector<bool>& live, Report& r) {
     }
     progress.Update(rec & ~0x3FFu);
   }
+  // Every memo a live record names can be read.
+  if (t.HasMemo()) {
+    for (uint32_t rec = 1; rec <= n; ++rec) {
+      if (!live[rec]) continue;
+      t.Read(rec);
+      for (const auto& f : t.fields()) {
+        if (f.type != 'M') continue;
+        try {
+          t.MemoText(f);
+        } catch (const Failure& e) {
+          if (e.file == path) throw;  // the memo file cannot be opened at all
+          bad.push_back(fmt::format("record {}: memo {} of {}: status {} ({})", rec, Trim(t.Raw(f)), f.name,
+                                    e.status, StatusMeaning(e.status)));
+        }
+      }
+    }
+  }
   for (size_t i = 0; i < bad.size() && i < kMostLines; ++i) r.Problem(path, bad[i]);
   if (bad.size() > kMostLines) r.Problem(path, fmt::format("{} more records like these", bad.size() - kMostLines));
 }
@@ -255,6 +272,17 @@ int Verify(const std::vector<std::string>& files) {
             break;
           }
           if (table) CheckKeys(*table, path, live, c.keys, r);
+          break;
+        }
+        case Kind::Fpt:
+        case Kind::Dbt: {
+          // Alone, a memo file is checked for a header that opens; its
+          // texts are checked through its table.
+          int16_t m = -1;
+          const bool fpt = KindOf(path) == Kind::Fpt;
+          Check(fpt ? KXDWOPENX(&m, path.c_str(), 0x100 | 0x400) : KXDTOPENX(&m, path.c_str(), 0x100 | 0x400), path,
+                "open memo file");
+          fpt ? KXDWCLOSE(m) : KXDTCLOSE(m);
           break;
         }
         default: throw UsageError(path + ": not a table or index this tool knows");
