@@ -165,6 +165,15 @@ TEST_F(Rvdb, ImportDumpAndReindexRoundTrip) {
   WriteBytes(dir.file("name.ntx"), damaged);
   ASSERT_EQ(Run("reindex people.dbf name.ntx born.ntx"), 0) << err;
   EXPECT_EQ(Run("verify people.dbf name.ntx born.ntx"), 0) << out;
+  // A compact IDX on a numeric key: rebuilt, walked in order, verified.
+  ASSERT_EQ(KXDINIT(20, 4), 0);
+  char amount[] = "AMOUNT";
+  ASSERT_EQ(KXDICREATE(dir.file("a.idx").c_str(), 'N' | 0x400, amount, 8), 0);
+  KXDTERM();
+  ASSERT_EQ(Run("reindex people.dbf a.idx"), 0) << err;
+  EXPECT_EQ(Run("verify people.dbf a.idx"), 0) << out << err;
+  ASSERT_EQ(Run("dump people.dbf --index a.idx"), 0) << err;
+  EXPECT_EQ(out.substr(0, out.find('\n', 22) + 1), "NAME,CITY,AMOUNT,BORN\nOYYCLKKJWGTMGXIE,STOCKHOLM,-49914.06,2007-11-15\n");
   const auto c = ntxcheck::Check(dir.file("name.ntx"), {false});
   ASSERT_TRUE(c.ok) << c.error;
   EXPECT_EQ(c.keys.size(), 1000u);

@@ -8,20 +8,29 @@
 
 namespace rvdb {
 
-void BuildNtx(Table& table, const std::string& target, const KXINDEXINFO& info, std::string expression,
-              bool unique) {
+void BuildIndex(Table& table, const std::string& target, const Index& like, bool unique) {
+  const KXINDEXINFO& info = like.info();
+  std::string expression = like.Expression();
   namespace fs = std::filesystem;
   const std::string absolute = fs::absolute(target).string();
   const fs::path old = fs::current_path();
   fs::path scratch = fs::temp_directory_path() / ("rvdb_" + std::to_string(::getpid()));
   fs::create_directories(scratch);
   fs::current_path(scratch);
-  // NTX files keep no key type: numbers with decimals need N; C makes the
-  // same keys for every other expression (dates are 8 long either way).
-  uint16_t type = info.decimals > 0 ? 'N' : 'C';
-  if (unique) type |= 0x80;
-  const int16_t s = KXDCINDEX(table.handle(), absolute.c_str(), type, expression.data(),
-                              int16_t(info.keyLength), int16_t(info.decimals));
+  int16_t s;
+  if (like.family().kind == Kind::Idx) {
+    uint16_t type = uint16_t(like.type());
+    if (unique) type |= 0x80;
+    if (info.options & 0x0400) type |= 0x400;  // compact
+    s = KXDIINDEX(table.handle(), absolute.c_str(), type, expression.data(), int16_t(info.keyLength));
+  } else {
+    // NTX files keep no key type: numbers with decimals need N; C makes the
+    // same keys for every other expression (dates are 8 long either way).
+    uint16_t type = info.decimals > 0 ? 'N' : 'C';
+    if (unique) type |= 0x80;
+    s = KXDCINDEX(table.handle(), absolute.c_str(), type, expression.data(), int16_t(info.keyLength),
+                  int16_t(info.decimals));
+  }
   fs::current_path(old);
   std::error_code ec;
   fs::remove_all(scratch, ec);

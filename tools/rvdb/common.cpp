@@ -5,6 +5,8 @@
 #include <fstream>
 #include <unistd.h>
 
+#include "idxcheck.h"
+#include "ntxcheck.h"
 #include "rvdb.h"
 
 namespace rvdb {
@@ -100,6 +102,7 @@ Kind KindOf(const std::string& path) {
   for (auto& c : ext) c = char(std::tolower(static_cast<unsigned char>(c)));
   if (ext == ".fpt") return Kind::Fpt;
   if (ext == ".dbt") return Kind::Dbt;
+  if (ext == ".idx") return Kind::Idx;
   if (ext == ".ntx" || (got >= 22 && head[0] == 6 && head[1] == 0 && head[14] > 0)) return Kind::Ntx;
   if (ext == ".dbf" || (got == 32 && (head[0] == 0x03 || head[0] == 0x83 || head[0] == 0x8B ||
                                        head[0] == 0xF5)))
@@ -198,19 +201,52 @@ bool Table::Read(uint32_t recno) {
   return Check(KXDDRGET(handle_, int32_t(recno)), path_, "read record " + std::to_string(recno)) == 1;
 }
 
-Index::Index(const std::string& path, uint16_t mode) : path_(path) {
-  Check(KXDCOPENX(&handle_, path.c_str(), mode), path, "open index");
-  Check(KXDCINFO(handle_, &info_), path, "index information");
+const Family& FamilyOf(const std::string& path) {
+  static const Family ntx{Kind::Ntx, "NTX", KXDCOPENX, KXDCCLOSE, KXDCINFO, KXDCEXPR, KXDCKTOP, KXDCKNEXT, KXDCKFIND};
+  static const Family idx{Kind::Idx, "IDX", KXDIOPENX, KXDICLOSE, KXDIINFO, KXDIEXPR, KXDIKTOP, KXDIKNEXT, KXDIKFIND};
+  switch (KindOf(path)) {
+    case Kind::Ntx: return ntx;
+    case Kind::Idx: return idx;
+    default: throw UsageError(path + ": not an index this tool knows");
+  }
+}
+
+char KeyType(const Table* table, const std::string& expression) {
+  if (table)
+    for (const auto& f : table->fields())
+      if (f.name == expression) return f.type == 'F' ? 'N' : f.type == 'M' ? 'C' : f.type;
+  return 'C';
+}
+
+Index::Index(const std::string& path, uint16_t mode, const Table* table) : path_(path), family_(FamilyOf(path)) {
+  Check(family_.open(&handle_, path.c_str(), mode), path, "open index");
+  Check(family_.info(handle_, &info_), path, "index information");
+  if (family_.kind == Kind::Idx) {
+    type_ = KeyType(table, Expression());
+    Check(KXDIKTYPE(handle_, uint16_t(type_)), path, "set the key type");
+  }
 }
 
 Index::~Index() {
-  if (handle_ >= 0 && KXDCCLOSE(handle_) < 0) KXESCODE(0);
+  if (handle_ >= 0 && family_.close(handle_) < 0) KXESCODE(0);
 }
 
 std::string Index::Expression() const {
   char e[257] = {};
-  Check(KXDCEXPR(handle_, e), path_, "key expression");
+  Check(family_.expr(handle_, e), path_, "key expression");
   return e;
+}
+
+TreeCheck CheckTree(const Family& family, const std::string& path, char type) {
+  TreeCheck t;
+  if (family.kind == Kind::Idx) {
+    auto r = idxcheck::Check(path, {uint8_t(type == 'C' ? ' ' : 0), false});
+    t = {r.ok, r.error, std::move(r.keys), r.depth, r.treeNodes, r.freeNodes};
+  } else {
+    auto r = ntxcheck::Check(path, {false});
+    t = {r.ok, r.error, std::move(r.keys), r.depth, r.treePages, r.freePages};
+  }
+  return t;
 }
 
 std::string TrimRight(std::string_view s) {

@@ -136,11 +136,12 @@ int Dump(const std::string& tablePath, const std::string& indexPath, bool delete
       progress.Update(++done);
     }
   } else {
-    Index ix(indexPath, 0x100 | 0x400);
+    Index ix(indexPath, 0x100 | 0x400, &t);
     std::string key(size_t(ix.info().keyLength) + 1, '\0');
     uint32_t rec = 0;
-    for (int s = Check(KXDCKTOP(ix.handle(), key.data(), &rec), indexPath, "first key"); s == 0;
-         s = Check(KXDCKNEXT(ix.handle(), key.data(), &rec), indexPath, "next key")) {
+    const Family& fam = ix.family();
+    for (int s = Check(fam.top(ix.handle(), key.data(), &rec), indexPath, "first key"); s == 0;
+         s = Check(fam.next(ix.handle(), key.data(), &rec), indexPath, "next key")) {
       if (rec < 1 || rec > n) throw Failure(indexPath, "key order: record " + std::to_string(rec), KX_ERR_SEEK);
       emit(rec);
       progress.Update(++done);

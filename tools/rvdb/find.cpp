@@ -9,11 +9,11 @@ namespace rvdb {
 
 int Find(const std::string& tablePath, const std::string& indexPath, const std::string& key) {
   Table t(tablePath, 0x100 | 0x400);
-  Index ix(indexPath, 0x100 | 0x400);
+  Index ix(indexPath, 0x100 | 0x400, &t);
   std::string k(std::max<size_t>(key.size(), ix.info().keyLength) + 1, '\0');
   k.replace(0, key.size(), key);
   uint32_t rec = 0;
-  const int s = Check(KXDCKFIND(ix.handle(), k.data(), &rec, 1), indexPath, "find \"" + key + "\"");
+  const int s = Check(ix.family().find(ix.handle(), k.data(), &rec, 1), indexPath, "find \"" + key + "\"");
   if (s == 2) {
     fmt::print("{}: the index is empty\n", indexPath);
     return kExitProblems;

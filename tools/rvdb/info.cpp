@@ -3,7 +3,7 @@
 
 #include <fstream>
 
-#include "ntxcheck.h"
+#include <memory>
 #include "rvdb.h"
 
 namespace rvdb {
@@ -28,15 +28,21 @@ void TableInfo(const std::string& path) {
   if (t.openStatus() == 7) fmt::print("  warning     the file size disagrees with the header\n");
 }
 
-void NtxInfo(const std::string& path) {
-  Index ix(path, 0x100 | 0x400);
+void IndexInfo(const std::string& path, const Table* table) {
+  Index ix(path, 0x100 | 0x400, table);
   const KXINDEXINFO& ii = ix.info();
-  const auto c = ntxcheck::Check(path, {false});
-  fmt::print("{}: NTX index\n  expression  {}\n  key length  {}\n  decimals    {}\n  unique      {}\n",
-             path, ix.Expression(), unsigned(ii.keyLength), unsigned(ii.decimals), (ii.options & 0x80) ? "yes" : "no");
+  const auto c = CheckTree(ix.family(), path, ix.type());
+  const bool idx = ix.family().kind == Kind::Idx;
+  fmt::print("{}: {} index{}\n  expression  {}\n  key length  {}\n", path, ix.family().name,
+             idx ? ((ii.options & 0x400) ? ", compact" : ", standard") : "", ix.Expression(), unsigned(ii.keyLength));
+  if (idx)
+    fmt::print("  key type    {}{}\n", ix.type(), table ? "" : " (name the table first for N, D or L keys)");
+  else
+    fmt::print("  decimals    {}\n", unsigned(ii.decimals));
+  fmt::print("  unique      {}\n", ix.Unique() ? "yes" : "no");
   if (c.ok)
-    fmt::print("  depth       {}\n  pages       {} in the tree, {} free\n  keys        {}\n", c.depth,
-               c.treePages, c.freePages, c.keys.size());
+    fmt::print("  depth       {}\n  pages       {} in the tree, {} free\n  keys        {}\n", c.depth, c.pages,
+               c.freePages, c.keys.size());
   else
     fmt::print("  structure   damaged: {}\n", c.error);
 }
@@ -63,11 +69,17 @@ void MemoInfo(const std::string& path, bool fpt) {
 
 int Info(const std::vector<std::string>& files) {
   int code = kExitOk;
+  std::unique_ptr<Table> table;  // the last table named: the key type of the IDX files after it
   for (const auto& path : files) {
     try {
       switch (KindOf(path)) {
-        case Kind::Table: TableInfo(path); break;
-        case Kind::Ntx: NtxInfo(path); break;
+        case Kind::Table:
+          TableInfo(path);
+          table.reset();
+          table = std::make_unique<Table>(path, 0x100 | 0x400);
+          break;
+        case Kind::Ntx:
+        case Kind::Idx: IndexInfo(path, table.get()); break;
         case Kind::Fpt: MemoInfo(path, true); break;
         case Kind::Dbt: MemoInfo(path, false); break;
         default: throw UsageError(path + ": not a table or index this tool knows");

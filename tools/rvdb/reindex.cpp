@@ -8,15 +8,12 @@ namespace rvdb {
 int Reindex(const std::string& tablePath, const std::vector<std::string>& indexes) {
   Table t(tablePath, 0x400);
   for (const auto& path : indexes) {
-    if (KindOf(path) != Kind::Ntx) throw UsageError(path + ": not an index this tool can rebuild");
-    KXINDEXINFO info;
     std::string expression;
     {
-      Index ix(path, 0x100 | 0x400);
-      info = ix.info();
+      Index ix(path, 0x100 | 0x400, &t);
       expression = ix.Expression();
+      BuildIndex(t, path, ix, ix.Unique());
     }
-    BuildNtx(t, path, info, expression, (info.options & 0x80) != 0);
     fmt::print("{}: rebuilt on {}\n", path, expression);
   }
   return kExitOk;

@@ -36,7 +36,7 @@ const char* StatusMeaning(int status);
 int Check(int status, const std::string& file, const std::string& operation);
 
 // The kinds of files the tool knows, by their content and name.
-enum class Kind { Table, Ntx, Fpt, Dbt, Unknown };
+enum class Kind { Table, Ntx, Idx, Fpt, Dbt, Unknown };
 Kind KindOf(const std::string& path);
 
 struct Field {
@@ -92,22 +92,56 @@ class Table {
   void OpenMemo();
 };
 
-// An NTX index opened through the engine.
+// The exports of one index family.
+struct Family {
+  Kind kind;
+  const char* name;
+  int16_t(KXAPI* open)(int16_t*, const char*, uint16_t);
+  int16_t(KXAPI* close)(int16_t);
+  int16_t(KXAPI* info)(int16_t, KXINDEXINFO*);
+  int16_t(KXAPI* expr)(int16_t, char*);
+  int16_t(KXAPI* top)(int16_t, char*, uint32_t*);
+  int16_t(KXAPI* next)(int16_t, char*, uint32_t*);
+  int16_t(KXAPI* find)(int16_t, char*, uint32_t*, int16_t);
+};
+// The family of an index file; UsageError when it is no index.
+const Family& FamilyOf(const std::string& path);
+
+// The key type of an expression over a table, for families whose files do
+// not record it: a field's own type, C for anything else.
+char KeyType(const Table* table, const std::string& expression);
+
+// An index opened through the engine. With a table, an IDX handle learns
+// its key type from the expression.
 class Index {
  public:
-  Index(const std::string& path, uint16_t mode);
+  Index(const std::string& path, uint16_t mode, const Table* table = nullptr);
   ~Index();
   Index(const Index&) = delete;
   Index& operator=(const Index&) = delete;
   int16_t handle() const { return handle_; }
+  const Family& family() const { return family_; }
   const KXINDEXINFO& info() const { return info_; }
   std::string Expression() const;
+  bool Unique() const { return (info_.options & 0x80) != 0; }
+  char type() const { return type_; }
 
  private:
   std::string path_;
+  const Family& family_;
   int16_t handle_ = -1;
   KXINDEXINFO info_{};
+  char type_ = 'C';
 };
+
+// A tree checker's findings, whatever the family.
+struct TreeCheck {
+  bool ok = false;
+  std::string error;
+  std::vector<std::pair<std::string, uint32_t>> keys;
+  int depth = 0, pages = 0, freePages = 0;
+};
+TreeCheck CheckTree(const Family& family, const std::string& path, char type);
 
 // Text helpers.
 std::string TrimRight(std::string_view s);
@@ -140,10 +174,10 @@ struct Engine {
   ~Engine();
 };
 
-// Builds an NTX index over the table with the bulk build (the index file is
-// replaced only when the build is complete).
-void BuildNtx(Table& table, const std::string& target, const KXINDEXINFO& info, std::string expression,
-              bool unique);
+// Builds an index of the family over the table with the bulk build, with
+// the key shape of `like` (the index file is replaced only when the build is
+// complete).
+void BuildIndex(Table& table, const std::string& target, const Index& like, bool unique);
 
 // Commands: each returns the exit code.
 int Info(const std::vector<std::string>& files);

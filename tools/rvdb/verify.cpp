@@ -11,7 +11,6 @@
 #include <fstream>
 #include <map>
 
-#include "ntxcheck.h"
 #include "rvdb.h"
 
 namespace rvdb {
@@ -172,26 +171,31 @@ Entries FieldKeys(Table& t, const Field& f, unsigned keyLength) {
 // from the table (in a unique index, each distinct key once).
 void CheckKeys(Table& t, const std::string& path, const std::vector<bool>& live, const Entries& have,
                Report& r) {
-  Index ix(path, 0x100 | 0x400);
+  Index ix(path, 0x100 | 0x400, &t);
   const KXINDEXINFO info = ix.info();
   const std::string expression = ix.Expression();
   const bool unique = (info.options & 0x80) != 0;
-  bool numeric = info.decimals > 0;
-  for (const auto& f : t.fields()) numeric = numeric || (f.name == expression && (f.type == 'N' || f.type == 'F'));
-  // A bare field or DTOS() of a date field: its text, read from the file.
-  // Any other expression: the keys of the engine's bulk build.
+  const bool ntx = ix.family().kind == Kind::Ntx;
+  bool numeric = ntx && info.decimals > 0;
+  for (const auto& f : t.fields())
+    numeric = numeric || (ntx && f.name == expression && (f.type == 'N' || f.type == 'F'));
+  // NTX over a bare field or DTOS() of a date field, IDX over a character
+  // field: its text, read from the file. Otherwise the keys of the engine's
+  // bulk build.
   const Field* field = nullptr;
   for (const auto& f : t.fields()) {
-    if (f.name == expression || (f.type == 'D' && "DTOS(" + f.name + ")" == expression)) field = &f;
+    if (ntx && (f.name == expression || (f.type == 'D' && "DTOS(" + f.name + ")" == expression))) field = &f;
+    if (!ntx && f.type == 'C' && f.name == expression) field = &f;
   }
   Entries made;
   if (field) {
     made = FieldKeys(t, *field, info.keyLength);
   } else {
     namespace fs = std::filesystem;
-    const std::string fresh = (fs::temp_directory_path() / ("rvdb_verify_" + std::to_string(::getpid()) + ".ntx")).string();
-    BuildNtx(t, fresh, info, expression, false);
-    auto built = ntxcheck::Check(fresh, {false});
+    const std::string fresh = (fs::temp_directory_path() / ("rvdb_verify_" + std::to_string(::getpid()) +
+                                                            (ntx ? ".ntx" : ".idx"))).string();
+    BuildIndex(t, fresh, ix, false);
+    auto built = CheckTree(ix.family(), fresh, ix.type());
     std::error_code ec;
     fs::remove(fresh, ec);
     if (!built.ok) throw Failure(path, "read the keys made from " + t.path(), KX_ERR_STRUCTURE);
@@ -265,8 +269,10 @@ int Verify(const std::vector<std::string>& files) {
           table = std::make_unique<Table>(path, 0x400);
           CheckTable(*table, live, r);
           break;
-        case Kind::Ntx: {
-          const auto c = ntxcheck::Check(path, {false});
+        case Kind::Ntx:
+        case Kind::Idx: {
+          const char type = KindOf(path) == Kind::Idx ? KeyType(table.get(), Index(path, 0x100 | 0x400).Expression()) : 'C';
+          const auto c = CheckTree(FamilyOf(path), path, type);
           if (!c.ok) {
             r.Problem(path, c.error);
             break;
