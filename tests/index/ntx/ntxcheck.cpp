@@ -1,9 +1,6 @@
 // The NTX tree checker used by the tests.
 #include "ntxcheck.h"
 
-#include <fstream>
-#include <set>
-
 #include "testutil.h"
 
 namespace ntxcheck {
@@ -18,7 +15,7 @@ struct Walker {
   const Options& opt;
   Result& res;
   unsigned keyLen, maxKeys;
-  std::set<uint32_t> seen{};
+  treecheck::Seen seen{};
   int leafDepth = -1;
 
   bool Fail(const std::string& why, uint32_t off) {
@@ -29,7 +26,7 @@ struct Walker {
 
   // In-order walk of the subtree at `off`, whose keys lie within [lo, hi].
   bool Walk(uint32_t off, int depth, const std::string* lo, const std::string* hi) {
-    if (!IsPage(off) || depth > 40 || !seen.insert(off).second) return Fail("bad or repeated child", off);
+    if (!IsPage(off) || depth > 40 || !seen.Enter(off)) return Fail("bad or repeated child", off);
     ++res.treePages;
     const unsigned n = Le16(b, off);
     if (n > maxKeys || (depth > 0 && opt.minFill && n < maxKeys / 2)) return Fail("key count", off);
@@ -64,9 +61,7 @@ struct Walker {
 
 Result Check(const std::string& path, const Options& opt) {
   Result res;
-  std::ifstream in(path, std::ios::binary | std::ios::ate);  // read whole: it runs after every change
-  std::vector<uint8_t> b(in ? size_t(in.tellg()) : 0);
-  in.seekg(0).read(reinterpret_cast<char*>(b.data()), std::streamsize(b.size()));
+  const std::vector<uint8_t> b = treecheck::Load(path);
   auto fail = [&](const char* why) {
     res.error = why;
     return res;
@@ -80,13 +75,8 @@ Result Check(const std::string& path, const Options& opt) {
   if (!w.Walk(Le32(b, 4), 0, nullptr, nullptr)) return res;
   res.depth = w.leafDepth + 1;
   for (uint32_t f = Le32(b, 8); f != 0; f = Le32(b, f), ++res.freePages)
-    if (!w.IsPage(f) || !w.seen.insert(f).second) return fail("free list: bad offset, a cycle or a tree page");
-  if (w.seen.size() != b.size() / kPage - 1) return fail("pages neither in the tree nor free");
-  std::set<uint32_t> recs;
-  for (const auto& k : res.keys)
-    if (!recs.insert(k.second).second) return fail("record number twice");
-  res.ok = true;
-  return res;
+    if (!w.IsPage(f) || !w.seen.Enter(f)) return fail("free list: bad offset, a cycle or a tree page");
+  return treecheck::Finish(res, w.seen, b.size() / kPage - 1);
 }
 
 }  // namespace ntxcheck

@@ -1,0 +1,27 @@
+// Test-side NDX tree checker: reads an index file as bytes and verifies its
+// structure independently of the engine.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "treecheck.h"
+
+namespace ndxcheck {
+
+using Result = treecheck::Result;
+
+// Checks the header, then walks the tree: key counts within the block's
+// room, leaves at one depth, children inside the file and met once, leaf
+// keys in order across the tree (character keys as unsigned bytes, numeric
+// keys as doubles; equal keys of a non-unique index by record number), each
+// branch key equal to the greatest key on its left (where the rightmost leaf
+// of its left subtree holds keys), every block not in the tree marked free
+// (first byte 255), and the file next block * 512 bytes long.
+// Keys are returned as their key-length bytes (8 for numeric keys).
+Result Check(const std::string& path);
+
+// A numeric key's value.
+double Number(const std::string& key);
+
+}  // namespace ndxcheck
