@@ -830,6 +830,16 @@ KXEXPORT int16_t KXAPI KXDCINDEX(int16_t table, const char *name, uint16_t type,
  *   empty key (zeros) and record 0 and leaves the current key as it was.
  *   KXDNKNEXT/KXDNKPREV whose current key is gone step from the greatest key
  *   below it (so KXDNKPREV then skips that key).
+ * - A unique index keeps a repeated key in front of the equal ones, so its
+ *   equal keys are not in record-number order: there KXDNKFIND with options
+ *   2 (and the search for the current key before a step) looks through the
+ *   equal keys for the record number; a non-unique index orders equal keys
+ *   by record number and searches them by it.
+ * - Deletions keep the tree balanced as dBASE does: a node below half full
+ *   is merged with its sibling only when both fit in one block, keys are
+ *   never borrowed, and a leaf emptied by a deletion leaves its last key in
+ *   the branch above it; searches step on through the leaves past such
+ *   keys.
  * - Freed blocks: blocks freed by deletions are chained in the handle that
  *   freed them (first byte 255, the link at byte 4) and reused by its later
  *   adds. A chain block that another program has used or cut off since is

@@ -166,6 +166,9 @@ int16_t RefreshHeader(NdxState* st);
 // Search statuses: 0 found, 2 empty, 3 below every key (on the first key), 4
 // on the greatest key below. The path is left on the key reached.
 int16_t Search(NdxState* st, const Probe& p);
+// Search, except that in a unique index options 2 looks through the equal
+// keys for the record number (they are not in record order there).
+int16_t SearchPair(NdxState* st, const Probe& p);
 // Pushes a block onto the path at position `pos` (kLast: the last position,
 // set when the block is read).
 constexpr int16_t kLast = 0x7FFF;

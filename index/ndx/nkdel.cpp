@@ -56,7 +56,8 @@ int16_t Rebalance(NdxState* st) {
     const int pp = st->stack[level - 1].pos;
     KX_TRY(PageGet(st, parent));
     const int pc = Count(st->page);
-    if (pp < 0 || pp > pc || pc == 0) return KX_FAIL(KX_ERR_STRUCTURE);
+    if (pp < 0 || pp > pc) return KX_FAIL(KX_ERR_STRUCTURE);
+    if (pc == 0) return 0;  // an only child (its sibling was full when the parent emptied): no sibling
     // The left sibling when the node is the rightmost child, else the right one.
     const bool leftSibling = pp == pc;
     const int p = leftSibling ? pp - 1 : pp;

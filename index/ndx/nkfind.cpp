@@ -15,7 +15,7 @@ KXEXPORT int16_t KXAPI KXDNKFIND(int16_t handle, char* key, uint32_t* record, in
   if (s >= 0) {
     Probe p;
     FindKey(st, key, *record, options, &p);
-    s = Search(st, p);
+    s = SearchPair(st, p);
     if (s == 0 || s == KX_NOTFOUND) {
       const int16_t t = TakeCurrent(st, key, record);
       if (t < 0) s = t;

@@ -68,3 +68,34 @@ int16_t Search(NdxState* st, const Probe& p) {
 }
 
 }  // namespace rv::ndx
+
+namespace rv::ndx {
+
+int16_t SearchPair(NdxState* st, const Probe& p) {
+  if (!st->unique || p.options != 2) return Search(st, p);
+  // A unique index keeps a repeated key in front of the equal ones, not in
+  // record order: the equal keys are looked through from the first.
+  Probe q = p;
+  q.options = 1;
+  q.record = 0xFFFFFFFFu;
+  int16_t s = Search(st, q);
+  if (s != 0) return s;
+  for (;;) {
+    const uint8_t* k = nullptr;
+    uint32_t r = 0;
+    KX_TRY(CurrentEntry(st, &k, &r));
+    if (Compare(q, k) != 0) break;
+    if (r == p.record) return 0;
+    s = StepNext(st);
+    if (s < 0) return KX_FAIL(s);
+    if (s == KX_END) break;
+  }
+  // Gone: the key before the first equal one.
+  s = Search(st, q);
+  if (s < 0) return KX_FAIL(s);
+  s = StepPrev(st);
+  if (s < 0) return KX_FAIL(s);
+  return s == KX_END ? int16_t(KX_END) : int16_t(KX_NOTFOUND);
+}
+
+}  // namespace rv::ndx

@@ -116,7 +116,7 @@ int16_t Refind(NdxState* st) {
   p.mode = st->keyType == 0 ? 0 : 1;
   p.record = st->curRecord;
   p.options = 2;
-  return Search(st, p);
+  return SearchPair(st, p);
 }
 
 }  // namespace rv::ndx

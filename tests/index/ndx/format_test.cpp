@@ -90,7 +90,7 @@ TEST_F(NdxFormat, FreshFilesAndTheFirstSplit) {
     for (int i = 0; i <= 25; ++i) (i < 13 ? low : high).push_back(K(i));
     EXPECT_EQ(BlockKeys(b, 2), low);
     EXPECT_EQ(BlockKeys(b, 1), high);
-    auto c = ndxcheck::Check(path);
+    auto c = ndxcheck::Check(path, true);
     EXPECT_TRUE(c.ok) << c.error;
     ASSERT_EQ(KXDNCLOSE(h), 0);
   }

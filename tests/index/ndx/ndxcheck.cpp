@@ -16,7 +16,7 @@ struct Walker {
   const std::vector<uint8_t>& b;
   Result& res;
   unsigned keyLen, perBlock, group, next;
-  bool numeric, unique;
+  bool numeric, unique, exact;
   treecheck::Seen seen{};
   int leafDepth = -1;
 
@@ -66,7 +66,9 @@ struct Walker {
       if (i == n) break;
       const std::string key(reinterpret_cast<const char*>(&b[entry(i) + 8]), keyLen);
       if (Le32(b, entry(i) + 4) != 0) return Fail("branch entry with a record number", block);
-      if (!last->empty() && *last != key) return Fail("branch key not the greatest on its left", block);
+      // Every key on its left is at most the branch key.
+      if (!res.keys.empty() && Order(res.keys.back().first, key) > 0) return Fail("branch key below its left", block);
+      if (exact && !last->empty() && *last != key) return Fail("branch key not the greatest on its left", block);
     }
     return true;
   }
@@ -80,7 +82,7 @@ double Number(const std::string& key) {
   return v;
 }
 
-Result Check(const std::string& path) {
+Result Check(const std::string& path, bool exact) {
   Result res;
   const std::vector<uint8_t> b = treecheck::Load(path);
   auto fail = [&](const std::string& why) {
@@ -94,7 +96,7 @@ Result Check(const std::string& path) {
   if (keyLen < 1 || keyLen > 100 || group != ((keyLen + 3) & ~3u) + 8 || perBlock != 504 / group || type > 1 ||
       (type == 1 && keyLen != 8))
     return fail("key length, group, keys per block or type wrong");
-  Walker w{b, res, keyLen, perBlock, group, next, type == 1, (b[23] & 1) != 0};
+  Walker w{b, res, keyLen, perBlock, group, next, type == 1, (b[23] & 1) != 0, exact};
   std::string last;
   if (!w.Walk(root, 0, &last)) return res;
   res.depth = w.leafDepth + 1;
