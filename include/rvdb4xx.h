@@ -927,6 +927,27 @@ KXEXPORT int16_t KXAPI KXDNKNUM(char *key, double number);
    of another type), -13, -21. */
 KXEXPORT int16_t KXAPI KXDNKMAKE(int16_t table, int16_t index, char **key);
 KXEXPORT int16_t KXAPI KXDNKMAKEH(int16_t table, int16_t index, KXBLOCK *block);
+/* Build a whole index from every record of the table (deleted ones too):
+   creates `name` as KXDNCREATE does and fills it bottom-up, every leaf full
+   but the last, each branch entry the greatest key of its left child, every
+   branch full but the last two of a level (no branch is left with a lone
+   child); equal keys in record-number order, character keys in the order of
+   the asciisort switch. The index is left closed. The table is locked
+   (KXDDLOCK function 2) for the build and unlocked after it, unless this
+   handle already held that lock; the temporary file "stacks.tmp" is made in
+   the current directory and erased on every exit. A bare character field
+   (for a character index) or numeric field (for a numeric index) is read
+   from the record as key making reads it, and DTOS( of a date field ) (for a
+   character index) is made from the stored date; any other expression is
+   made per record as KXDNKMAKE does, and the table's record buffer and
+   position are put back afterwards. The index is built in a temporary file
+   "<number>.NDX" beside `name` (the first free number), copied over `name`
+   when complete and erased on every exit: on a failure `name` is left as it
+   was (or not made). 0, -13, -21, -37 (table locked elsewhere), the codes of
+   KXDNCREATE, -46 (temporary file), -3, -1, -2, -4, -7 and key-making
+   failures. */
+KXEXPORT int16_t KXAPI KXDNINDEX(int16_t table, const char *name, uint16_t type, char *expression,
+                                 int16_t length);
 /* ---- end of NDX indexes ---------------------------------------------------- */
 
 #ifdef __cplusplus
