@@ -839,7 +839,10 @@ KXEXPORT int16_t KXAPI KXDCINDEX(int16_t table, const char *name, uint16_t type,
  *   is merged with its sibling only when both fit in one block, keys are
  *   never borrowed, and a leaf emptied by a deletion leaves its last key in
  *   the branch above it; searches step on through the leaves past such
- *   keys.
+ *   keys. A branch may so be left with no key and one child (its sibling
+ *   was full): readers that take the key count of a branch for its number
+ *   of children less one read it as the format says; Perl's XBase::Index
+ *   reads no child of such a branch.
  * - Freed blocks: blocks freed by deletions are chained in the handle that
  *   freed them (first byte 255, the link at byte 4) and reused by its later
  *   adds. A chain block that another program has used or cut off since is

@@ -174,7 +174,7 @@ int16_t SearchPair(NdxState* st, const Probe& p);
 constexpr int16_t kLast = 0x7FFF;
 int16_t Push(NdxState* st, uint32_t block, int16_t pos);
 // Steps: 0, or 3 past the end (the path then on the last key) or before the
-// beginning (on the first key).
+// beginning (on the first key), or 2 when no leaf holds a key (no path).
 int16_t StepNext(NdxState* st);
 int16_t StepPrev(NdxState* st);
 // First and last key: 0, or 2 when the index holds no key.

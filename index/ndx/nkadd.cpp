@@ -91,6 +91,8 @@ int16_t Insert(NdxState* st, const char* key, uint32_t record) {
     if (s < 0) return KX_FAIL(s);
     if (s == KX_END) KX_TRY(EndOfTree(st));
   }
+  // No path: a tree whose leaves hold no key.
+  if (st->depth < 0) KX_TRY(EndOfTree(st));
   Carried c{};
   Wr32(c.entry + 4, record);
   std::memcpy(c.entry + 8, p.key, st->keyLength);

@@ -15,6 +15,7 @@ int16_t Run(NdxState* st, char* key, uint32_t* record) {
   // From the current key, or from the greatest key below it when it is gone.
   s = StepPrev(st);
   if (s < 0) return KX_FAIL(s);
+  if (s == KX_EMPTY) return NoKey(st, key, record, KX_EMPTY);
   KX_TRY(TakeCurrent(st, key, record));
   return s == KX_END ? int16_t(KX_END) : int16_t(0);
 }

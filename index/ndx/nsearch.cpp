@@ -59,10 +59,12 @@ int16_t Search(NdxState* st, const Probe& p) {
       int16_t s = StepNext(st);
       if (s < 0) return KX_FAIL(s);
       if (s == KX_END) return KX_NOTFOUND;
+      if (s == KX_EMPTY) return KX_EMPTY;
       continue;
     }
     int16_t s = StepPrev(st);
     if (s < 0) return KX_FAIL(s);
+    if (s == KX_EMPTY) return KX_EMPTY;
     return s == KX_END ? int16_t(KX_END) : int16_t(KX_NOTFOUND);
   }
 }
@@ -88,14 +90,15 @@ int16_t SearchPair(NdxState* st, const Probe& p) {
     if (r == p.record) return 0;
     s = StepNext(st);
     if (s < 0) return KX_FAIL(s);
-    if (s == KX_END) break;
+    if (s != 0) break;
   }
   // Gone: the key before the first equal one.
   s = Search(st, q);
   if (s < 0) return KX_FAIL(s);
+  if (s != 0) return s;
   s = StepPrev(st);
   if (s < 0) return KX_FAIL(s);
-  return s == KX_END ? int16_t(KX_END) : int16_t(KX_NOTFOUND);
+  return s == 0 ? int16_t(KX_NOTFOUND) : s;
 }
 
 }  // namespace rv::ndx

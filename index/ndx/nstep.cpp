@@ -66,10 +66,11 @@ int16_t StepNext(NdxState* st) {
   int16_t s = Settle(st, true);
   if (s < 0) return KX_FAIL(s);
   if (s != KX_END) return 0;
-  // Past the last key: the path goes back to it.
+  // Past the last key: the path goes back to it (none in a tree whose leaves
+  // are all empty).
   s = GoBottom(st);
   if (s < 0) return KX_FAIL(s);
-  return KX_END;
+  return s == KX_EMPTY ? int16_t(KX_EMPTY) : int16_t(KX_END);
 }
 
 int16_t StepPrev(NdxState* st) {
@@ -80,7 +81,7 @@ int16_t StepPrev(NdxState* st) {
   if (s != KX_END) return 0;
   s = GoTop(st);
   if (s < 0) return KX_FAIL(s);
-  return KX_END;
+  return s == KX_EMPTY ? int16_t(KX_EMPTY) : int16_t(KX_END);
 }
 
 int16_t CurrentEntry(NdxState* st, const uint8_t** key, uint32_t* record) {

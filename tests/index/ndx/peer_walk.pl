@@ -2,7 +2,8 @@
 # one "key<TAB>record" line each in key order (numeric keys as numbers).
 # The pages are walked here rather than with fetch: in a branch page the
 # reader also reports the slot after the last key, which holds only the
-# rightmost child.
+# rightmost child; and of a branch that holds no key (only that child) it
+# reads no entry at all, so the child is read from the block here.
 use strict;
 use warnings;
 use XBase::Index;
@@ -15,6 +16,11 @@ sub walk {
   die "more pages than the file holds\n" if ++$pages > $index->{'total_pages'};
   if (defined $page->{'lefts'}[0]) {
     walk($_) for @{$page->{'lefts'}};
+    return;
+  }
+  if (!@{$page->{'keys'}}) {
+    my (undef, $only) = unpack 'VV', $index->read_record($_[0]);
+    walk($only) if $only;
     return;
   }
   for my $i (0 .. $#{$page->{'keys'}}) {
