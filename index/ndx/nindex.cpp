@@ -37,6 +37,39 @@ void FromOrder(const uint8_t* in, uint8_t* key) {
   for (int i = 0; i < 8; ++i) key[i] = uint8_t(bits >> (8 * i));
 }
 
+// The value strtod gives a plain decimal field text: blanks, a minus sign,
+// at most 15 digits with a point among them, blanks. The digits as an
+// integer and the power of ten are both exact, so one division rounds as
+// strtod does. False for any other text (the field is then read as key
+// making reads it).
+bool PlainNumber(const uint8_t* p, size_t width, double* out) {
+  static const double kTens[16] = {1e0, 1e1, 1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
+                                   1e8, 1e9, 1e10, 1e11, 1e12, 1e13, 1e14, 1e15};
+  size_t i = 0;
+  while (i < width && p[i] == ' ') ++i;
+  const bool negative = i < width && p[i] == '-';
+  if (negative) ++i;
+  uint64_t digits = 0;
+  int count = 0, decimals = -1;
+  for (; i < width && p[i] != ' '; ++i) {
+    if (p[i] == '.' && decimals < 0) {
+      decimals = 0;
+    } else if (p[i] >= '0' && p[i] <= '9' && count < 15) {
+      digits = digits * 10 + (p[i] - '0');
+      ++count;
+      if (decimals >= 0) ++decimals;
+    } else {
+      return false;
+    }
+  }
+  for (; i < width; ++i)
+    if (p[i] != ' ') return false;
+  if (count == 0) return false;
+  const double v = double(digits) / kTens[decimals > 0 ? decimals : 0];
+  *out = negative ? -v : v;
+  return true;
+}
+
 // A character key as KXDNKADD takes it: up to its NUL, blank-padded.
 void CharKey(uint8_t* out, const char* text, size_t limit, uint16_t keyLength) {
   size_t n = 0;
@@ -72,14 +105,19 @@ class NdxEntries : public ix::EntryMaker {
     } else if (dtos_) {
       KX_TRY(ix::DtosKey(*dtos_, rec, dbf::RecLen(db), key, L));
     } else {
-      std::memcpy(db->rec, rec, dbf::RecLen(db));
-      db->recPos = record;
-      if (number_ >= 0) {
+      double v = 0.0;
+      const dbf::Field* f = number_ >= 0 ? &db->fields[number_] : nullptr;
+      if (f && PlainNumber(rec + f->offset, f->width, &v)) {
+        std::memcpy(key, &v, 8);
+      } else if (f) {
         // The field's value as the evaluator reads it.
-        double v = 0.0;
+        std::memcpy(db->rec, rec, dbf::RecLen(db));
+        db->recPos = record;
         KX_TRY(dbf::FieldGet(db, number_, &v, false));
         std::memcpy(key, &v, 8);
       } else {
+        std::memcpy(db->rec, rec, dbf::RecLen(db));
+        db->recPos = record;
         char* made = nullptr;
         KX_TRY(KXDNKMAKE(table_, index_, &made));
         if (shape_.keyType == 0) CharKey(key, made, L, L); else std::memcpy(key, made, 8);
@@ -110,7 +148,6 @@ struct Level {
   uint8_t* page;
   int count;       // entries stored (a branch's last one becomes its rightmost child)
   bool has;
-  uint8_t last[kMaxKeyLength];  // the greatest key below the node
 };
 
 // Lays the sorted entries out bottom-up: level 0 is the leaf level, its
@@ -127,7 +164,7 @@ class TreeBuilder : public ix::EntrySink {
     if (pageBlock_.Alloc(2 * kBlock * uint32_t(depth_)) < 0) return KX_FAIL(KX_ERR_NOMEM);
     KX_TRY(out_.Init(st->fs.file, kBlock, kBlock));
     levels_ = static_cast<Level*>(levelBlock_.ptr);
-    for (int i = 0; i < depth_; ++i) levels_[i] = {0, pageBlock_.bytes() + size_t(i) * 2 * kBlock, 0, false, {}};
+    for (int i = 0; i < depth_; ++i) levels_[i] = {0, pageBlock_.bytes() + size_t(i) * 2 * kBlock, 0, false};
     levels_[0].block = Root(st);
     levels_[0].has = true;
     next_ = Next(st);
@@ -135,19 +172,21 @@ class TreeBuilder : public ix::EntrySink {
   }
   int16_t Emit(const uint8_t* entry) override {
     const uint32_t keyBytes = shape_.keyType == 0 ? shape_.keyLength : 8;
-    uint8_t key[kMaxKeyLength];
-    if (shape_.keyType == 1) {
-      FromOrder(entry, key);
-    } else {
-      std::memcpy(key, shape_.collated ? entry + keyBytes + 4 : entry, shape_.keyLength);
-    }
     Level& leaf = levels_[0];
     if (leaf.count == st_->keysPerBlock) {
-      KX_TRY(AddChild(1, leaf.block, leaf.last));
+      KX_TRY(AddChild(1, leaf.block, LastKey(leaf)));
       KX_TRY(Write(leaf, true));
       KX_TRY(Start(leaf));
     }
-    Store(leaf, 0, ix::EntryRecord(entry, keyBytes), key);
+    uint8_t* e = EntryAt(st_, leaf.page, leaf.count++);
+    Wr32(e + 4, ix::EntryRecord(entry, keyBytes));
+    if (shape_.keyType == 1) {
+      FromOrder(entry, e + 8);
+    } else if (keyBytes == 8 && !shape_.collated) {
+      std::memcpy(e + 8, entry, 8);
+    } else {
+      std::memcpy(e + 8, shape_.collated ? entry + keyBytes + 4 : entry, shape_.keyLength);
+    }
     return 0;
   }
   // Closes every level from the leaves up; the highest node is the root.
@@ -155,12 +194,13 @@ class TreeBuilder : public ix::EntrySink {
     Level& leaf = levels_[0];
     KX_TRY(Write(leaf, true));
     uint32_t below = leaf.block;
-    const uint8_t* belowKey = leaf.last;
+    uint8_t belowKey[kMaxKeyLength];
+    std::memcpy(belowKey, LastKey(leaf), shape_.keyLength);
     for (int i = 1; i < depth_ && levels_[i].has; ++i) {
       KX_TRY(AddChild(i, below, belowKey, true));
       KX_TRY(Write(levels_[i], false));
       below = levels_[i].block;
-      belowKey = levels_[i].last;
+      std::memcpy(belowKey, LastKey(levels_[i]), shape_.keyLength);
     }
     KX_TRY(out_.Flush());
     SetRoot(st_, below);
@@ -181,10 +221,11 @@ class TreeBuilder : public ix::EntrySink {
     uint8_t* e = EntryAt(st_, lv.page, lv.count);
     Wr32(e, child);
     Wr32(e + 4, record);
-    std::memcpy(e + 8, key, shape_.keyLength);
-    std::memcpy(lv.last, key, shape_.keyLength);
+    std::memmove(e + 8, key, shape_.keyLength);
     ++lv.count;
   }
+  // The greatest key below a node: its last entry's.
+  const uint8_t* LastKey(const Level& lv) const { return EntryAt(st_, lv.page, lv.count - 1) + 8; }
   // A child below `level` is complete and has the greatest key `key`: it
   // goes into the level's node; a full node (keys per block + 1 children)
   // is closed first, its greatest key going up in turn. The last child of a
@@ -201,9 +242,8 @@ class TreeBuilder : public ix::EntrySink {
         // Closed with one child fewer: its greatest key is the one before.
         std::memcpy(moved, EntryAt(st_, lv.page, full - 1), size_t(shape_.keyLength) + 8);
         lv.count = full - 1;
-        std::memcpy(lv.last, EntryAt(st_, lv.page, full - 2) + 8, shape_.keyLength);
       }
-      KX_TRY(AddChild(level + 1, lv.block, lv.last));
+      KX_TRY(AddChild(level + 1, lv.block, LastKey(lv)));
       KX_TRY(Write(lv, false));
       KX_TRY(Start(lv));
       if (last) Store(lv, Rd32(moved), 0, moved + 8);

@@ -9,14 +9,13 @@ namespace rv::ndx {
 int16_t Search(NdxState* st, const Probe& p) {
   st->depth = -1;
   KX_TRY(Push(st, Root(st), 0));
-  KX_TRY(PageGet(st, Root(st)));
-  if (Count(st->page) == 0 && IsLeaf(st, st->page)) return KX_EMPTY;
   for (;;) {
     ix::PathEntry& top = st->stack[st->depth];
     KX_TRY(PageGet(st, BlockOf(top.page)));
     const uint8_t* pg = st->page;
     const int n = Count(pg);
     const bool leaf = IsLeaf(st, pg);
+    if (n == 0 && leaf && st->depth == 0) return KX_EMPTY;
     int low = 0, high = n - 1, mid = 0;
     bool equal = false;
     while (low <= high) {
