@@ -224,8 +224,9 @@ class TreeBuilder : public ix::EntrySink {
     std::memmove(e + 8, key, shape_.keyLength);
     ++lv.count;
   }
-  // The greatest key below a node: its last entry's.
-  const uint8_t* LastKey(const Level& lv) const { return EntryAt(st_, lv.page, lv.count - 1) + 8; }
+  // The greatest key below a node: its last entry's (an empty leaf's first
+  // entry holds zeros).
+  const uint8_t* LastKey(const Level& lv) const { return EntryAt(st_, lv.page, lv.count > 0 ? lv.count - 1 : 0) + 8; }
   // A child below `level` is complete and has the greatest key `key`: it
   // goes into the level's node; a full node (keys per block + 1 children)
   // is closed first, its greatest key going up in turn. The last child of a
