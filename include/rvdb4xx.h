@@ -848,7 +848,9 @@ KXEXPORT int16_t KXAPI KXDCINDEX(int16_t table, const char *name, uint16_t type,
  *   adds. A chain block that another program has used or cut off since is
  *   not taken: the chain is dropped and the file grows instead. KXDNCLOSE
  *   moves the highest live blocks down into freed ones and shortens the
- *   file; each move leaves a sound tree. A damaged tree found by that pass
+ *   file; each move leaves a sound tree. (On Windows a file that another
+ *   handle or program has open cannot be cut: it then keeps its length, the
+ *   header's next block marks where the index ends, and opens report 7.) A damaged tree found by that pass
  *   stops it: -6, and the handle is closed all the same. KXDTERM and a
  *   quick close give the file back without the pass (freed blocks stay
  *   marked free, on no chain).

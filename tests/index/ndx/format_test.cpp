@@ -235,7 +235,7 @@ TEST_F(NdxFormat, KeyComparisonAndDateKeys) {
 TEST_F(NdxFormat, ClosedByTheLibraryAndReopenedAfterAQuickClose) {
   std::string e = "NAME";
   ASSERT_EQ(KXDNCREATE(path.c_str(), 'C', e.data(), 10), 0);
-  ASSERT_EQ(KXDNOPENX(&h, path.c_str(), 0), 0);  // exclusive
+  ASSERT_EQ(KXDNOPENX(&h, path.c_str(), 0x400), 0);
   for (int i = 0; i < 60; ++i) ASSERT_EQ(KXDNKADD(h, K(i).c_str(), uint32_t(i + 1)), 0);
   ASSERT_EQ(KXDQCLOSE(), 0);
   ASSERT_EQ(KXDNKADD(h, K(60).c_str(), 61), 0);  // reopened
@@ -244,7 +244,7 @@ TEST_F(NdxFormat, ClosedByTheLibraryAndReopenedAfterAQuickClose) {
   KXDTERM();  // no free-block pass: the file stays as it is
   EXPECT_EQ(ReadBytes(path), before);
   ASSERT_EQ(KXDINIT(100, 4), 0);
-  ASSERT_EQ(KXDNOPENX(&h, path.c_str(), 0), 0);  // the exclusive open was given back
+  ASSERT_EQ(KXDNOPENX(&h, path.c_str(), 0), 0);  // exclusive: the handle was given back
   ASSERT_EQ(KXDNKTOP(h, key, &rec), 0);
   EXPECT_EQ(std::string(key), K(30));
   ASSERT_EQ(KXDNCLOSE(h), 0);

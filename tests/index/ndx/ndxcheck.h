@@ -16,7 +16,8 @@ using Result = treecheck::Result;
 // keys in order across the tree (character keys as unsigned bytes, numeric
 // keys as doubles; equal keys of a non-unique index by record number), each
 // branch key at least every key on its left, every block not in the tree
-// marked free (first byte 255), and the file next block * 512 bytes long.
+// marked free (first byte 255), and the file at least next block * 512 bytes
+// long (a file that another handle maps on Windows cannot be cut).
 // With `exact`, each branch key is the greatest key on its left where the
 // rightmost leaf of its left subtree holds keys. A deletion that empties a
 // leaf leaves the key that leaf last held in the branch above (merges carry

@@ -85,7 +85,7 @@ TEST_F(NdxRobust, DamagedTreesEndWithAStatus) {
       KXESCODE(0);
     }
     // A change either works or fails leaving every byte as it was.
-    for (int16_t (*change)(int16_t, const char*, uint32_t) : {KXDNKADD, KXDNKDEL}) {
+    for (int16_t(KXAPI* change)(int16_t, const char*, uint32_t) : {KXDNKADD, KXDNKDEL}) {
       const auto before = ReadBytes(path);
       s = change(h, "SAMESAME", change == KXDNKADD ? 8 : 7);
       if (s < 0) {

@@ -27,7 +27,7 @@ class NdxSearch : public EngineTest {
     const int16_t s = KXDNKFIND(h, key, &rec, options);
     return std::to_string(s) + " " + Trim(key) + "|" + std::to_string(rec);
   }
-  std::string Step(int16_t (*step)(int16_t, char*, uint32_t*)) {
+  std::string Step(int16_t(KXAPI* step)(int16_t, char*, uint32_t*)) {
     const int16_t s = step(h, key, &rec);
     return std::to_string(s) + " " + Trim(key) + "|" + std::to_string(rec);
   }

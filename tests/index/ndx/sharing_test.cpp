@@ -77,7 +77,10 @@ TEST_F(NdxSharing, AnotherProcessChangesTheIndexBetweenTwoCalls) {
   ASSERT_EQ(KXDNKFIND(h, key, &rec, 0), 0);
   const size_t size = ReadBytes(path).size();
   for (int i = 1490; i < 1560; ++i) ASSERT_EQ(worker("del", Key(i * 10).substr(0, 6), uint32_t(i + 1)), 0) << i;
+#if !defined(_WIN32)  // there a file this process maps cannot be cut: the header's next block ends it
   EXPECT_LT(ReadBytes(path).size(), size);
+#endif
+  EXPECT_LT(Le32(ReadBytes(path), 4) * 512, size);
   Sound();
   ASSERT_EQ(KXDNKNEXT(h, key, &rec), 0);
   EXPECT_EQ(std::string(key), Key(15600));
