@@ -8,10 +8,11 @@
 //
 // Steps: a. append N records; b. bulk-build three indexes; c. 100,000 key
 // finds; d. a walk over the whole NAME index; e. 100,000 records appended
-// one at a time with their key made and added; f. 100,000 memos of 50 to
-// 2,000 bytes written to an FPT and a dBASE IV DBT file and read back, each
-// against the same bytes written or read with one system call per memo.
-// Files live in a scratch
+// one at a time with their key made and added. Steps b to e run for NTX,
+// NDX and standard and compact IDX indexes, each set against its NTX step.
+// f. 100,000 memos of 50 to 2,000 bytes written to an FPT and a dBASE IV
+// DBT file and read back, each against the same bytes written or read with
+// one system call per memo. Files live in a scratch
 // directory (created under the system's temporary directory unless given)
 // that is removed at the end.
 #include <algorithm>
@@ -321,6 +322,51 @@ int main(int argc, char** argv) {
     Report("a. append " + std::to_string(n), tAppend, FloorAppend(people, "floor.dbf"),
            "same bytes, one fwrite");
   }
+  // Steps b to e for each index family, NTX then NDX; the floors are
+  // measured once and stand beside both.
+  struct Family {
+    const char* name;  // "" for NTX (the rows as they always were), "NDX "
+    const char* ext;
+    int16_t (*build)(int16_t table, const char* file, char type, const char* expr, int16_t length, int16_t dec);
+    int16_t(KXAPI* open)(int16_t*, const char*, uint16_t);
+    int16_t(KXAPI* close)(int16_t);
+    int16_t (*find)(int16_t, char*, uint32_t*);
+    int16_t(KXAPI* top)(int16_t, char*, uint32_t*);
+    int16_t(KXAPI* next)(int16_t, char*, uint32_t*);
+    int16_t (*create)(const char* file);
+    int16_t(KXAPI* make)(int16_t, int16_t, char**);
+    int16_t(KXAPI* add)(int16_t, const char*, uint32_t);
+    const char* findName;
+  };
+  static const Family families[] = {
+      {"", ".ntx",
+       [](int16_t t, const char* f, char type, const char* e, int16_t len, int16_t dec) {
+         char expr[64];
+         std::snprintf(expr, sizeof expr, "%s", e);
+         return KXDCINDEX(t, f, uint16_t(type), expr, len, dec);
+       },
+       KXDCOPENX, KXDCCLOSE, [](int16_t h, char* k, uint32_t* r) { return KXDCKFIND(h, k, r, 1); }, KXDCKTOP,
+       KXDCKNEXT,
+       [](const char* f) {
+         char expr[] = "NAME";
+         return KXDCCREATE(f, 'C', expr, 20, 0);
+       },
+       KXDCKMAKE, KXDCKADD, "KXDCKFIND"},
+      {"NDX ", ".ndx",
+       [](int16_t t, const char* f, char type, const char* e, int16_t len, int16_t) {
+         char expr[64];
+         std::snprintf(expr, sizeof expr, "%s", e);
+         return KXDNINDEX(t, f, uint16_t(type), expr, len);
+       },
+       KXDNOPENX, KXDNCLOSE, [](int16_t h, char* k, uint32_t* r) { return KXDNKFIND(h, k, r, 0); }, KXDNKTOP,
+       KXDNKNEXT,
+       [](const char* f) {
+         char expr[] = "NAME";
+         return KXDNCREATE(f, 'C', expr, 20);
+       },
+       KXDNKMAKE, KXDNKADD, "KXDNKFIND"}};
+  auto file = [](const Family& fam, const char* base) { return std::string(base) + fam.ext; };
+
   if (want('b')) {
     // b. Bulk builds.
     struct Build {
@@ -331,99 +377,90 @@ int main(int argc, char** argv) {
       int16_t length, dec;
       double floor;
     } builds[] = {
-        {"b. index NAME", "name.ntx", 'C', "NAME", 20, 0, FloorSort<20>(nameKeys)},
-        {"b. index AMOUNT", "amount.ntx", 'N', "AMOUNT", 12, 2, FloorSort<12>(amountKeys)},
-        {"b. index DTOS(BORN)", "born.ntx", 'C', "DTOS(BORN)", 8, 0, FloorSort<8>(bornKeys)}};
-    for (const Build& b : builds) {
-      char expr[64];
-      std::snprintf(expr, sizeof expr, "%s", b.expr);
-      t0 = Now();
-      Check(KXDCINDEX(table, b.file, uint16_t(b.type), expr, b.length, b.dec), "KXDCINDEX");
-      Report(b.label, Now() - t0, b.floor, "std::sort of the sort entries");
-      g_ntx[b.label + 3] = g_rows.back().seconds;
+        {"index NAME", "name", 'C', "NAME", 20, 0, FloorSort<20>(nameKeys)},
+        {"index AMOUNT", "amount", 'N', "AMOUNT", 12, 2, FloorSort<12>(amountKeys)},
+        {"index DTOS(BORN)", "born", 'C', "DTOS(BORN)", 8, 0, FloorSort<8>(bornKeys)}};
+    for (const Family& fam : families) {
+      for (const Build& b : builds) {
+        t0 = Now();
+        Check(fam.build(table, file(fam, b.file).c_str(), b.type, b.expr, b.length, b.dec), "bulk build");
+        Report(std::string("b. ") + fam.name + b.label, Now() - t0, b.floor, "std::sort of the sort entries");
+        if (!*fam.name) g_ntx[b.label] = g_rows.back().seconds;
+      }
     }
   }
-  int16_t byName = -1;
-  if (want('c') || want('d')) Check(KXDCOPENX(&byName, "name.ntx", 0x400), "KXDCOPENX");
 
   // c. 100,000 finds of existing names.
+  double floorFind = 0, floorWalk = 0, floorAdd = 0;
+  std::vector<std::string> wanted;
   if (want('c')) {
     std::minstd_rand rng(2);
-    const uint32_t finds = 100000;
-    std::vector<std::string> wanted(finds);
+    wanted.resize(100000);
     for (auto& w : wanted) w = Padded(people[rng() % n].name, 20);
     std::multimap<std::string, uint32_t> map;
     for (uint32_t i = 0; i < n; ++i) map.emplace(nameKeys[i], i + 1);
-    char key[32];
-    uint32_t found = 0;
-    t0 = Now();
-    for (const auto& w : wanted) {
-      std::memcpy(key, w.c_str(), 21);
-      uint32_t rec = 0;
-      int16_t s = KXDCKFIND(byName, key, &rec, 1);
-      Check(s, "KXDCKFIND");
-      if (s == 0) ++found;
-    }
-    const double t = Now() - t0;
-    if (found != finds) Die("finding every name", int(found));
     uint64_t sum = 0;
     const double f0 = Now();
     for (const auto& w : wanted) sum += map.find(w)->second;
-    const double floor = Now() - f0;
+    floorFind = Now() - f0;
     if (sum == 0) std::puts("");
-    Report("c. 100000 KXDCKFIND", t, floor, "std::multimap::find");
-    g_ntx["find"] = t;
   }
-
   // d. Walk the NAME index from top to end.
   if (want('d')) {
-    char key[32];
-    uint32_t rec = 0, count = 0;
-    t0 = Now();
-    int16_t s = KXDCKTOP(byName, key, &rec);
-    while (s == 0) {
-      ++count;
-      s = KXDCKNEXT(byName, key, &rec);
-    }
-    const double t = Now() - t0;
-    Check(s, "KXDCKNEXT");
-    if (count != n) Die("walking every key", int(count));
     std::multimap<std::string, uint32_t> map;
     for (uint32_t i = 0; i < n; ++i) map.emplace(nameKeys[i], i + 1);
+    char key[32];
     uint64_t sum = 0;
     const double f0 = Now();
     for (const auto& [k, r] : map) {
       std::memcpy(key, k.c_str(), 21);
       sum += r + uint8_t(key[3]);
     }
-    const double floor = Now() - f0;
+    floorWalk = Now() - f0;
     if (sum == 0) std::puts("");
-    Report("d. walk " + std::to_string(n) + " keys", t, floor, "std::multimap iteration");
-    g_ntx["walk"] = t;
   }
-  if (byName >= 0) Check(KXDCCLOSE(byName), "KXDCCLOSE");
+  for (const Family& fam : families) {
+    int16_t byName = -1;
+    if (want('c') || want('d')) Check(fam.open(&byName, file(fam, "name").c_str(), 0x400), "open");
+    if (want('c')) {
+      char key[32];
+      uint32_t found = 0;
+      t0 = Now();
+      for (const auto& w : wanted) {
+        std::memcpy(key, w.c_str(), 21);
+        uint32_t rec = 0;
+        int16_t s = fam.find(byName, key, &rec);
+        Check(s, fam.findName);
+        if (s == 0) ++found;
+      }
+      const double t = Now() - t0;
+      if (found != wanted.size()) Die("finding every name", int(found));
+      Report(std::string("c. 100000 ") + fam.findName, t, floorFind, "std::multimap::find");
+      if (!*fam.name) g_ntx["find"] = t;
+    }
+    if (want('d')) {
+      char key[32];
+      uint32_t rec = 0, count = 0;
+      t0 = Now();
+      int16_t s = fam.top(byName, key, &rec);
+      while (s == 0) {
+        ++count;
+        s = fam.next(byName, key, &rec);
+      }
+      const double t = Now() - t0;
+      Check(s, "next");
+      if (count != n) Die("walking every key", int(count));
+      Report(std::string("d. ") + fam.name + "walk " + std::to_string(n) + " keys", t, floorWalk,
+             "std::multimap iteration");
+      if (!*fam.name) g_ntx["walk"] = t;
+    }
+    if (byName >= 0) Check(fam.close(byName), "close");
+  }
   Check(KXDDCLOSE(table), "KXDDCLOSE");
 
   // e. One record at a time with its key.
   if (want('e')) {
     const uint32_t m = std::min<uint32_t>(n, 100000);
-    const int16_t fresh = CreateTable("fresh.dbf");
-    char expr[] = "NAME";
-    Check(KXDCCREATE("fresh.ntx", 'C', expr, 20, 0), "KXDCCREATE");
-    int16_t idx = -1;
-    Check(KXDCOPENX(&idx, "fresh.ntx", 0x400), "KXDCOPENX");
-    t0 = Now();
-    for (uint32_t i = 0; i < m; ++i) {
-      PutPerson(fresh, people[i]);
-      uint32_t rec = 0;
-      Check(KXDDRPUT(fresh, &rec, 0), "KXDDRPUT");
-      char* key = nullptr;
-      Check(KXDCKMAKE(fresh, idx, &key), "KXDCKMAKE");
-      Check(KXDCKADD(idx, key, rec), "KXDCKADD");
-    }
-    const double t = Now() - t0;
-    Check(KXDCCLOSE(idx), "KXDCCLOSE");
-    Check(KXDDCLOSE(fresh), "KXDDCLOSE");
     // Floor: the records written one fwrite each and the keys put in a map.
     std::multimap<std::string, uint32_t> map;
     FILE* f = std::fopen("floor_e.dbf", "wb");
@@ -436,11 +473,30 @@ int main(int argc, char** argv) {
       std::fflush(f);
       map.emplace(nameKeys[i], i + 1);
     }
-    const double floor = Now() - f0;
+    floorAdd = Now() - f0;
     std::fclose(f);
-    Report("e. add " + std::to_string(m) + " one by one", t, floor,
-           "fwrite+fflush per record, std::multimap insert");
-    g_ntx["add"] = t;
+    for (const Family& fam : families) {
+      const std::string table = file(fam, "fresh") + ".dbf";
+      const int16_t fresh = CreateTable(table);
+      Check(fam.create(file(fam, "fresh").c_str()), "create");
+      int16_t idx = -1;
+      Check(fam.open(&idx, file(fam, "fresh").c_str(), 0x400), "open");
+      t0 = Now();
+      for (uint32_t i = 0; i < m; ++i) {
+        PutPerson(fresh, people[i]);
+        uint32_t r = 0;
+        Check(KXDDRPUT(fresh, &r, 0), "KXDDRPUT");
+        char* key = nullptr;
+        Check(fam.make(fresh, idx, &key), "key making");
+        Check(fam.add(idx, key, r), "add");
+      }
+      const double t = Now() - t0;
+      Check(fam.close(idx), "close");
+      Check(KXDDCLOSE(fresh), "KXDDCLOSE");
+      Report(std::string("e. ") + fam.name + "add " + std::to_string(m) + " one by one", t, floorAdd,
+             "fwrite+fflush per record, std::multimap insert");
+      if (!*fam.name) g_ntx["add"] = t;
+    }
   }
 
   // IDX rows, standard and compact: steps b to e again, next to NTX.
@@ -530,10 +586,23 @@ int main(int argc, char** argv) {
   for (const Row& r : g_rows)
     std::printf("| %s | %.3f | %.3f | %.1f | %s |\n", r.step.c_str(), r.seconds, r.floor,
                 r.floor > 0 ? r.seconds / r.floor : 0.0, r.floorWhat.c_str());
+  // Each NDX step against the same step of NTX.
+  std::printf("\n| NDX step | NDX (s) | NTX (s) | NDX / NTX |\n|---|---:|---:|---:|\n");
+  for (const Row& r : g_rows) {
+    std::string ntx = r.step;
+    const size_t at = ntx.find("NDX "), find = ntx.find("KXDNKFIND");
+    if (at == std::string::npos && find == std::string::npos) continue;
+    if (at != std::string::npos) ntx.erase(at, 4); else ntx.replace(find, 9, "KXDCKFIND");
+    for (const Row& o : g_rows)
+      if (o.step == ntx)
+        std::printf("| %s | %.3f | %.3f | %.2f |\n", r.step.c_str(), r.seconds, o.seconds,
+                    o.seconds > 0 ? r.seconds / o.seconds : 0.0);
+  }
 
   std::printf("\n| index file | bytes |\n|---|---:|\n");
-  for (const char* f : {"name.ntx", "names.idx", "namec.idx", "amount.ntx", "amounts.idx", "amountc.idx",
-                        "born.ntx", "borns.idx", "bornc.idx", "fresh.ntx", "freshs.idx", "freshc.idx"}) {
+  for (const char* f : {"name.ntx", "name.ndx", "names.idx", "namec.idx", "amount.ntx", "amount.ndx", "amounts.idx",
+                        "amountc.idx", "born.ntx", "born.ndx", "borns.idx", "bornc.idx", "fresh.ntx", "fresh.ndx",
+                        "freshs.idx", "freshc.idx"}) {
     std::error_code e;
     const auto bytes = fs::file_size(f, e);
     if (!e) std::printf("| %s | %ju |\n", f, uintmax_t(bytes));
@@ -547,7 +616,8 @@ int main(int argc, char** argv) {
     for (const char* f : {"people.dbf", "floor.dbf", "name.ntx", "amount.ntx", "born.ntx",
                           "fresh.dbf", "fresh.ntx", "floor_e.dbf", "names.idx", "namec.idx", "amounts.idx",
                           "amountc.idx", "borns.idx", "bornc.idx", "freshs.dbf", "freshc.dbf", "freshs.idx",
-                          "freshc.idx", "memo.fpt", "floor.fpt", "memo.dbt", "memox.dbt", "floor.dbt"})
+                          "freshc.idx", "memo.fpt", "floor.fpt", "memo.dbt", "memox.dbt", "floor.dbt", "fresh.ntx.dbf",
+                          "name.ndx", "amount.ndx", "born.ndx", "fresh.ndx.dbf", "fresh.ndx"})
       fs::remove(scratch / f, ec);
   }
   return 0;

@@ -1086,6 +1086,163 @@ KXEXPORT int16_t KXAPI KXDTRPUT(int16_t handle, uint32_t *block, const char *tex
 KXEXPORT int16_t KXAPI KXDTPACK(int16_t table, int16_t *memo);
 /* ---- end of memo files ----------------------------------------------------- */
 
+/* ---- NDX indexes ----------------------------------------------------------- */
+/*
+ * NDX indexes: one B+ tree of 512-byte blocks per file (dBASE III), every
+ * record's key in a leaf, each branch entry holding the greatest key of its
+ * left subtree. Character keys are compared as unsigned bytes when
+ * RVDB4XX.INI's [sort] asciisort is 1 (the default), else through the
+ * dBASE collating table; numeric and date keys are 8-byte IEEE doubles
+ * (dates as day numbers). The index information record is KXINDEXINFO
+ * (below the NTX section's declaration).
+ *
+ * Sharing: every call sees what other handles and processes wrote before it.
+ * Blocks are read through a shared view of the whole file; a handle keeps
+ * its position (the blocks of its path from the root) from one call to the
+ * next only while the header's root and next block and every block of that
+ * path are byte for byte unchanged in the file, else it searches for its
+ * current key again. An add or delete reads and checks every block it needs
+ * (free-chain links, the path's depth, room in the path) before it writes
+ * anything: one that fails leaves the file as it was. Its blocks, then the
+ * header's root and next block (when they changed), are written when the
+ * change is complete.
+ *
+ * Choices made here:
+ * - Key buffers: a character key passed out is key length bytes and a NUL;
+ *   a numeric or date key 8 bytes. Keys passed in are read up to their NUL
+ *   (at most the key length); KXDNKADD and KXDNKDEL pad character keys with
+ *   blanks; KXDNKFIND searches for the caller's own length (a prefix), or
+ *   with flag 2 for the whole blank-padded key and the record number.
+ * - A navigation export that has no key to give (2 empty index; 4 no
+ *   current key, or the current key gone with no key below it) writes an
+ *   empty key (zeros) and record 0 and leaves the current key as it was.
+ *   KXDNKNEXT/KXDNKPREV whose current key is gone step from the greatest key
+ *   below it (so KXDNKPREV then skips that key).
+ * - A unique index keeps a repeated key in front of the equal ones, so its
+ *   equal keys are not in record-number order: there KXDNKFIND with options
+ *   2 (and the search for the current key before a step) looks through the
+ *   equal keys for the record number; a non-unique index orders equal keys
+ *   by record number and searches them by it.
+ * - Deletions keep the tree balanced as dBASE does: a node below half full
+ *   is merged with its sibling only when both fit in one block, keys are
+ *   never borrowed, and a leaf emptied by a deletion leaves its last key in
+ *   the branch above it; searches step on through the leaves past such
+ *   keys. A branch may so be left with no key and one child (its sibling
+ *   was full): readers that take the key count of a branch for its number
+ *   of children less one read it as the format says; Perl's XBase::Index
+ *   reads no child of such a branch.
+ * - Freed blocks: blocks freed by deletions are chained in the handle that
+ *   freed them (first byte 255, the link at byte 4) and reused by its later
+ *   adds. A chain block that another program has used or cut off since is
+ *   not taken: the chain is dropped and the file grows instead. KXDNCLOSE
+ *   moves the highest live blocks down into freed ones and shortens the
+ *   file; each move leaves a sound tree. (On Windows a file that another
+ *   handle or program has open cannot be cut: it then keeps its length, the
+ *   header's next block marks where the index ends, and opens report 7.) A damaged tree found by that pass
+ *   stops it: -6, and the handle is closed all the same. KXDTERM and a
+ *   quick close give the file back without the pass (freed blocks stay
+ *   marked free, on no chain).
+ * - A block that cannot be a node (key count negative or above the keys per
+ *   block), a child or sibling that is not a block of the file or lies on
+ *   the path already (a cycle), a tree deeper than the path allows, or a
+ *   walk or search that enters more blocks than the file holds gives -6
+ *   (-4 for a block number past the header's next block); nothing is read
+ *   or written outside a block.
+ * - The open also refuses with -26 a header whose keys per block is below 2
+ *   or whose full node would not leave room for its last child field, and
+ *   with -25 a next block beyond 32-bit offsets.
+ * - KXDNINFO: key type 'C' (type 0) or 'N' (type 1, dates too), options
+ *   0x0080 for a unique index, decimals 0, reserved the status byte (0).
+ * - On POSIX, KXDNCLOSE's shortening of the file while another process is
+ *   in the middle of a call on it (without the host's locks) may fault that
+ *   process's view, as for any program that cuts an open index.
+ */
+/* Create an index file (not opened). type 'C', 'D' or 'N' (any case), +0x80
+   unique; length is used for 'C' only (1..100; 'D' and 'N' keys are 8
+   bytes); blanks are removed from `expression` in place. 0, -21, -7
+   (expression over 220), -22, -23, -46, -1. */
+KXEXPORT int16_t KXAPI KXDNCREATE(const char *name, uint16_t type, char *expression, int16_t length);
+/* Open an index (mode: low byte 0, 1, 2 or 7; 0x100 read-only, 0x400
+   shared, 0x800 adds 0x600). 0, 7 (size not next block x 512), -21, -8,
+   -18, -46, -2, -23, -24, -25, -26, -7, -22, -3; *handle is -1 on failure. */
+KXEXPORT int16_t KXAPI KXDNOPENX(int16_t *handle, const char *name, uint16_t mode);
+/* Close: gives back freed blocks (see above), writes root and next block
+   when they changed, closes the file. 0, -13, -6. */
+KXEXPORT int16_t KXAPI KXDNCLOSE(int16_t handle);
+/* Fill an index information record. 0, -13, -21. */
+KXEXPORT int16_t KXAPI KXDNINFO(int16_t handle, KXINDEXINFO *info);
+/* Copy the key expression (blank-free, upper case) into a 221-byte buffer.
+   0, -13, -21. */
+KXEXPORT int16_t KXAPI KXDNEXPR(int16_t handle, char *buffer);
+/* Re-read the root and next block and the file length. 0, -13, -2. */
+KXEXPORT int16_t KXAPI KXDNHGET(int16_t handle);
+/* First / last key. 0, 2 (empty), -21, -13, -4, -6, -2. */
+KXEXPORT int16_t KXAPI KXDNKTOP(int16_t handle, char *key, uint32_t *record);
+KXEXPORT int16_t KXAPI KXDNKBOT(int16_t handle, char *key, uint32_t *record);
+/* Next / previous key: 0; 3 at the end / beginning (that key again); 4 no
+   current key (after open), or it is gone with no key below it; 2 empty;
+   -21, -13, -4, -6, -2. */
+KXEXPORT int16_t KXAPI KXDNKNEXT(int16_t handle, char *key, uint32_t *record);
+KXEXPORT int16_t KXAPI KXDNKPREV(int16_t handle, char *key, uint32_t *record);
+/* The current key again: 0; 4 gone (the greatest key below it is returned
+   and becomes current), or none; 2 empty; -21, -13. */
+KXEXPORT int16_t KXAPI KXDNKCUR(int16_t handle, char *key, uint32_t *record);
+/* Seek: options flag 2 also matches the record number (the key then whole),
+   flag 4 lets '?' in a character key match any character. 0 found (also the
+   first key when the search key is below every key, or when *record was
+   0xFFFFFFFF on an empty index, then without a key); 4 not found, on the
+   greatest key below; 2 empty; -21, -13, -4, -6, -2. */
+KXEXPORT int16_t KXAPI KXDNKFIND(int16_t handle, char *key, uint32_t *record, int16_t options);
+/* Add a key (a unique index stores a repeated key in front of the equal
+   one; equal keys of a non-unique index in record-number order). 0, -21,
+   -36, -13, -1, -2, -4, -6, -9 (a change larger than the cache). */
+KXEXPORT int16_t KXAPI KXDNKADD(int16_t handle, const char *key, uint32_t record);
+/* Delete a key (a unique index ignores the record number). 0, 4 not found,
+   2 empty, -21, -36, -13, -1, -2, -4, -6. */
+KXEXPORT int16_t KXAPI KXDNKDEL(int16_t handle, const char *key, uint32_t record);
+/* Compare two keys by mode (0 character keys as the index orders them, 1
+   and 2 doubles, 3 and 5 unsigned and 4 and 6 signed little-endian integers
+   of `length` bytes, 7 equal, 8 '?' in a matches any byte): negative, 0 or
+   positive. No status; null pointers compare equal. */
+KXEXPORT int16_t KXAPI _KXDNKCMP(const void *a, const void *b, int16_t mode, int16_t length);
+/* Date key (8-byte double) of a date string in `style`: a blank date gives
+   1e100, otherwise the day number counting every February as 28 days, plus
+   1721410 (so 2000-02-29 and 2000-03-01 share a key). 0, -21, -12, -15. */
+KXEXPORT int16_t KXAPI KXDNKDATE(char *key, const char *date, uint16_t style);
+/* Numeric key: the 8-byte double itself. 0, -21. */
+KXEXPORT int16_t KXAPI KXDNKNUM(char *key, double number);
+/* Make the key of the table's current record by evaluating the index's key
+   expression: C values as they are, numbers the double, dates their date
+   key in the current date style. KXDNKMAKE returns it in a block the
+   library owns, valid until the next KXDNKMAKE or the close of that index
+   (null on failure); KXDNKMAKEH returns the block itself, which the caller
+   frees with _KXMFREE (all ones on failure). 0, -7 (expression, or a value
+   of another type), -13, -21. */
+KXEXPORT int16_t KXAPI KXDNKMAKE(int16_t table, int16_t index, char **key);
+KXEXPORT int16_t KXAPI KXDNKMAKEH(int16_t table, int16_t index, KXBLOCK *block);
+/* Build a whole index from every record of the table (deleted ones too):
+   creates `name` as KXDNCREATE does and fills it bottom-up, every leaf full
+   but the last, each branch entry the greatest key of its left child, every
+   branch full but the last two of a level (no branch is left with a lone
+   child); equal keys in record-number order, character keys in the order of
+   the asciisort switch. The index is left closed. The table is locked
+   (KXDDLOCK function 2) for the build and unlocked after it, unless this
+   handle already held that lock; the temporary file "stacks.tmp" is made in
+   the current directory and erased on every exit. A bare character field
+   (for a character index) or numeric field (for a numeric index) is read
+   from the record as key making reads it, and DTOS( of a date field ) (for a
+   character index) is made from the stored date; any other expression is
+   made per record as KXDNKMAKE does, and the table's record buffer and
+   position are put back afterwards. The index is built in a temporary file
+   "<number>.NDX" beside `name` (the first free number), copied over `name`
+   when complete and erased on every exit: on a failure `name` is left as it
+   was (or not made). 0, -13, -21, -37 (table locked elsewhere), the codes of
+   KXDNCREATE, -46 (temporary file), -3, -1, -2, -4, -7 and key-making
+   failures. */
+KXEXPORT int16_t KXAPI KXDNINDEX(int16_t table, const char *name, uint16_t type, char *expression,
+                                 int16_t length);
+/* ---- end of NDX indexes ---------------------------------------------------- */
+
 #ifdef __cplusplus
 }
 #endif

@@ -396,7 +396,7 @@ int16_t CopyInto(int16_t from, const char* name) {
   return 0;
 }
 
-int16_t EndBuild(BuildJob& job, int16_t (*close)(int16_t)) {
+int16_t EndBuild(BuildJob& job, int16_t(KXAPI* close)(int16_t)) {
   int16_t first = 0;
   auto step = [&first](int16_t r) {
     if (r < 0) {

@@ -176,6 +176,6 @@ int16_t CopyInto(int16_t from, const char* name);
 // Closes the index with `close`, closes and erases the work file, erases
 // the index built beside its file and unlocks the table, whatever happened
 // before. Returns the first failure of these steps.
-int16_t EndBuild(BuildJob& job, int16_t (*close)(int16_t));
+int16_t EndBuild(BuildJob& job, int16_t(KXAPI* close)(int16_t));
 
 }  // namespace rv::ix

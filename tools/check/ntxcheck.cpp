@@ -11,15 +11,15 @@ namespace ntxcheck {
 namespace {
 
 constexpr uint32_t kPage = 1024;
-uint16_t Le16(const std::vector<uint8_t>& b, size_t off) { return uint16_t(b[off] | b[off + 1] << 8); }
-uint32_t Le32(const std::vector<uint8_t>& b, size_t off) { return Le16(b, off) | uint32_t(Le16(b, off + 2)) << 16; }
+using treecheck::Le16;
+using treecheck::Le32;
 
 struct Walker {
   const std::vector<uint8_t>& b;
   const Options& opt;
   Result& res;
   unsigned keyLen, maxKeys;
-  std::vector<bool> seen;  // by page number
+  treecheck::Seen seen{};  // by page number
   int leafDepth = -1;
 
   bool Fail(const std::string& why, uint32_t off) {
@@ -35,8 +35,7 @@ struct Walker {
   // In-order walk of the subtree at `off`, whose keys lie within [lo, hi]
   // (views of the file's bytes; empty data() for no bound).
   bool Walk(uint32_t off, int depth, std::string_view lo, std::string_view hi) {
-    if (!IsPage(off) || depth > 40 || seen[off / kPage]) return Fail("bad or repeated child", off);
-    seen[off / kPage] = true;
+    if (!IsPage(off) || depth > 40 || !seen.Enter(off / kPage)) return Fail("bad or repeated child", off);
     ++res.treePages;
     const unsigned n = Le16(b, off);
     if (n > maxKeys || (depth > 0 && opt.minFill && n < maxKeys / 2)) return Fail("key count", off);
@@ -70,9 +69,7 @@ struct Walker {
 
 Result Check(const std::string& path, const Options& opt) {
   Result res;
-  std::ifstream in(path, std::ios::binary | std::ios::ate);  // read whole: it runs after every change
-  std::vector<uint8_t> b(in ? size_t(in.tellg()) : 0);
-  in.seekg(0).read(reinterpret_cast<char*>(b.data()), std::streamsize(b.size()));
+  const std::vector<uint8_t> b = treecheck::Load(path);
   auto fail = [&](const char* why) {
     res.error = why;
     return res;
@@ -82,24 +79,13 @@ Result Check(const std::string& path, const Options& opt) {
   if (Le16(b, 0) != 6 || keyLen < 1 || keyLen > 100 || Le16(b, 12) != keyLen + 8)
     return fail("signature, key length or item size wrong");
   if (m != ((1020 / (keyLen + 10) - 1) & ~1u) || Le16(b, 20) != m / 2) return fail("maximum keys or half page wrong");
-  Walker w{b, opt, res, keyLen, m, std::vector<bool>(b.size() / kPage)};
+  Walker w{b, opt, res, keyLen, m};
   res.keys.reserve(b.size() / kPage * (m / 2 + 1));
   if (!w.Walk(Le32(b, 4), 0, {}, {})) return res;
   res.depth = w.leafDepth + 1;
-  for (uint32_t f = Le32(b, 8); f != 0; f = Le32(b, f), ++res.freePages) {
-    if (!w.IsPage(f) || w.seen[f / kPage]) return fail("free list: bad offset, a cycle or a tree page");
-    w.seen[f / kPage] = true;
-  }
-  if (size_t(std::count(w.seen.begin(), w.seen.end(), true)) != b.size() / kPage - 1)
-    return fail("pages neither in the tree nor free");
-  std::vector<bool> recs;
-  for (const auto& k : res.keys) {
-    if (k.second >= recs.size()) recs.resize(std::max<size_t>(k.second + 1, recs.size() * 2));
-    if (recs[k.second]) return fail("record number twice");
-    recs[k.second] = true;
-  }
-  res.ok = true;
-  return res;
+  for (uint32_t f = Le32(b, 8); f != 0; f = Le32(b, f), ++res.freePages)
+    if (!w.IsPage(f) || !w.seen.Enter(f / kPage)) return fail("free list: bad offset, a cycle or a tree page");
+  return treecheck::Finish(res, w.seen, b.size() / kPage - 1);
 }
 
 }  // namespace ntxcheck

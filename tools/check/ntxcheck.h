@@ -7,19 +7,15 @@
 #include <utility>
 #include <vector>
 
+#include "treecheck.h"
+
 namespace ntxcheck {
 
 struct Options {
   bool minFill = true;  // non-root pages hold at least half page keys
 };
 
-struct Result {
-  bool ok = false;
-  std::string error;                                   // first fault found
-  std::vector<std::pair<std::string, uint32_t>> keys;  // key and record, in key order
-  std::vector<int> levels;                             // tree level of each key (0 = root)
-  int depth = 0, treePages = 0, freePages = 0;         // depth 1 for a lone root
-};
+using Result = treecheck::Result;
 
 // Checks the header, then walks the tree and the free list: key order within
 // and across pages, separators, child offsets, page fill, leaves at one depth,

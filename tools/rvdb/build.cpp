@@ -18,7 +18,11 @@ void BuildIndex(Table& table, const std::string& target, const Index& like, bool
   fs::create_directories(scratch);
   fs::current_path(scratch);
   int16_t s;
-  if (like.family().kind == Kind::Idx) {
+  if (like.family().kind == Kind::Ndx) {
+    uint16_t type = uint16_t(info.keyType == 'N' ? 'N' : 'C');
+    if (unique) type |= 0x80;
+    s = KXDNINDEX(table.handle(), absolute.c_str(), type, expression.data(), int16_t(info.keyLength));
+  } else if (like.family().kind == Kind::Idx) {
     uint16_t type = uint16_t(like.type());
     if (unique) type |= 0x80;
     if (info.options & 0x0400) type |= 0x400;  // compact

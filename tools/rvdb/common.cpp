@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include "idxcheck.h"
+#include "ndxcheck.h"
 #include "ntxcheck.h"
 #include "rvdb.h"
 
@@ -103,6 +104,7 @@ Kind KindOf(const std::string& path) {
   if (ext == ".fpt") return Kind::Fpt;
   if (ext == ".dbt") return Kind::Dbt;
   if (ext == ".idx") return Kind::Idx;
+  if (ext == ".ndx") return Kind::Ndx;
   if (ext == ".ntx" || (got >= 22 && head[0] == 6 && head[1] == 0 && head[14] > 0)) return Kind::Ntx;
   if (ext == ".dbf" || (got == 32 && (head[0] == 0x03 || head[0] == 0x83 || head[0] == 0x8B ||
                                        head[0] == 0xF5)))
@@ -204,8 +206,10 @@ bool Table::Read(uint32_t recno) {
 const Family& FamilyOf(const std::string& path) {
   static const Family ntx{Kind::Ntx, "NTX", KXDCOPENX, KXDCCLOSE, KXDCINFO, KXDCEXPR, KXDCKTOP, KXDCKNEXT, KXDCKFIND};
   static const Family idx{Kind::Idx, "IDX", KXDIOPENX, KXDICLOSE, KXDIINFO, KXDIEXPR, KXDIKTOP, KXDIKNEXT, KXDIKFIND};
+  static const Family ndx{Kind::Ndx, "NDX", KXDNOPENX, KXDNCLOSE, KXDNINFO, KXDNEXPR, KXDNKTOP, KXDNKNEXT, KXDNKFIND};
   switch (KindOf(path)) {
     case Kind::Ntx: return ntx;
+    case Kind::Ndx: return ndx;
     case Kind::Idx: return idx;
     default: throw UsageError(path + ": not an index this tool knows");
   }
@@ -239,7 +243,10 @@ std::string Index::Expression() const {
 
 TreeCheck CheckTree(const Family& family, const std::string& path, char type) {
   TreeCheck t;
-  if (family.kind == Kind::Idx) {
+  if (family.kind == Kind::Ndx) {
+    auto r = ndxcheck::Check(path);
+    t = {r.ok, r.error, std::move(r.keys), r.depth, r.treePages, r.freePages};
+  } else if (family.kind == Kind::Idx) {
     auto r = idxcheck::Check(path, {uint8_t(type == 'C' ? ' ' : 0), false});
     t = {r.ok, r.error, std::move(r.keys), r.depth, r.treeNodes, r.freeNodes};
   } else {

@@ -79,6 +79,7 @@ int Info(const std::vector<std::string>& files) {
           table = std::make_unique<Table>(path, 0x100 | 0x400);
           break;
         case Kind::Ntx:
+        case Kind::Ndx:
         case Kind::Idx: IndexInfo(path, table.get()); break;
         case Kind::Fpt: MemoInfo(path, true); break;
         case Kind::Dbt: MemoInfo(path, false); break;

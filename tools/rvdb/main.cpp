@@ -6,7 +6,7 @@
 #include "rvdb.h"
 
 int main(int argc, char** argv) {
-  CLI::App app{"rvdb: look inside xBase files (DBF tables, NTX indexes, FPT and DBT memo files), export and\nimport them, "
+  CLI::App app{"rvdb: look inside xBase files (DBF tables, NTX, NDX and IDX indexes, FPT and DBT memo\nfiles), export and\nimport them, "
                "check them and rebuild their indexes."};
   app.footer(
       "Exit codes: 0 success; 1 verify found problems, or find found no exact key; 2 a file\n"

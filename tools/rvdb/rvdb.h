@@ -36,7 +36,7 @@ const char* StatusMeaning(int status);
 int Check(int status, const std::string& file, const std::string& operation);
 
 // The kinds of files the tool knows, by their content and name.
-enum class Kind { Table, Ntx, Idx, Fpt, Dbt, Unknown };
+enum class Kind { Table, Ntx, Ndx, Idx, Fpt, Dbt, Unknown };
 Kind KindOf(const std::string& path);
 
 struct Field {

@@ -193,7 +193,7 @@ void CheckKeys(Table& t, const std::string& path, const std::vector<bool>& live,
   } else {
     namespace fs = std::filesystem;
     const std::string fresh = (fs::temp_directory_path() / ("rvdb_verify_" + std::to_string(::getpid()) +
-                                                            (ntx ? ".ntx" : ".idx"))).string();
+                                                            (ntx ? ".ntx" : ix.family().kind == Kind::Ndx ? ".ndx" : ".idx"))).string();
     BuildIndex(t, fresh, ix, false);
     auto built = CheckTree(ix.family(), fresh, ix.type());
     std::error_code ec;
@@ -270,6 +270,7 @@ int Verify(const std::vector<std::string>& files) {
           CheckTable(*table, live, r);
           break;
         case Kind::Ntx:
+        case Kind::Ndx:
         case Kind::Idx: {
           const char type = KindOf(path) == Kind::Idx ? KeyType(table.get(), Index(path, 0x100 | 0x400).Expression()) : 'C';
           const auto c = CheckTree(FamilyOf(path), path, type);
