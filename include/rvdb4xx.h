@@ -1093,8 +1093,8 @@ KXEXPORT int16_t KXAPI KXDTPACK(int16_t table, int16_t *memo);
  * left subtree. Character keys are compared as unsigned bytes when
  * RVDB4XX.INI's [sort] asciisort is 1 (the default), else through the
  * dBASE collating table; numeric and date keys are 8-byte IEEE doubles
- * (dates as day numbers). The index information record is KXINDEXINFO
- * (below the NTX section's declaration).
+ * (dates as day numbers). The index information record is KXINDEXINFO,
+ * declared in the NTX section above.
  *
  * Sharing: every call sees what other handles and processes wrote before it.
  * Blocks are read through a shared view of the whole file; a handle keeps
@@ -1138,10 +1138,10 @@ KXEXPORT int16_t KXAPI KXDTPACK(int16_t table, int16_t *memo);
  *   moves the highest live blocks down into freed ones and shortens the
  *   file; each move leaves a sound tree. (On Windows a file that another
  *   handle or program has open cannot be cut: it then keeps its length, the
- *   header's next block marks where the index ends, and opens report 7.) A damaged tree found by that pass
- *   stops it: -6, and the handle is closed all the same. KXDTERM and a
- *   quick close give the file back without the pass (freed blocks stay
- *   marked free, on no chain).
+ *   header's next block marks where the index ends, and opens report 7.)
+ *   A damaged tree found by that pass stops it: -6, and the handle is
+ *   closed all the same. KXDTERM and a quick close give the file back
+ *   without the pass (freed blocks stay marked free, on no chain).
  * - A block that cannot be a node (key count negative or above the keys per
  *   block), a child or sibling that is not a block of the file or lies on
  *   the path already (a cycle), a tree deeper than the path allows, or a
