@@ -147,9 +147,7 @@ int16_t DateFunction(bool dtos) {
 
 bool Prefix(const char* text, const char* word) { return std::strncmp(text, word, std::strlen(word)) == 0; }
 
-}  // namespace
-
-int16_t Term() {
+int16_t TermAt() {
   char* pos = g_state.pub.pos;
   if (g_work.procCount > 0) {
     int idx = FindProc(pos);
@@ -193,6 +191,16 @@ int16_t Term() {
   g_work.dateStyle = 4;
   int16_t s = Primary();
   g_work.dateStyle = style;
+  return s;
+}
+
+}  // namespace
+
+int16_t Term() {
+  if (g_state.depth >= kMaxDepth) return KX_FAIL(KX_ERR_EXPR);
+  ++g_state.depth;
+  int16_t s = TermAt();
+  --g_state.depth;
   return s;
 }
 

@@ -653,7 +653,9 @@ typedef struct KXEXPRVALUE {
 } KXEXPRVALUE;
 
 /* Evaluate `expression` (blanks removed and upper-cased in place) over the
-   table's current record. 0, -7 bad expression, -13 bad handle, -21. */
+   table's current record. Terms nest through function arguments and user
+   procedures (KXDXPROC) at most 100 deep; a deeper term is a bad expression.
+   0, -7 bad expression, -13 bad handle, -21. */
 KXEXPORT int16_t KXAPI KXDXEVAL(int16_t table, char *expression, KXEXPRVALUE *result);
 /* Inside a user procedure: evaluate one term at the current position. 0, -7. */
 KXEXPORT int16_t KXAPI KXDXPROC(void);
