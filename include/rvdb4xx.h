@@ -762,7 +762,9 @@ KXEXPORT int16_t KXAPI KXDCKDATE(char *key, const char *date, uint16_t style);
    owns, valid until the next KXDCKMAKE or the close of that index (null on
    failure); KXDCKMAKEH returns
    the block itself, which the caller frees with _KXMFREE (all ones on
-   failure). 0, -7 (expression, or a value of another type), -13, -21. */
+   failure). 0, -7 (expression, or a value of another type than C, D or N:
+   an expression that begins with an F field is F, and makes no key), -13,
+   -21. */
 KXEXPORT int16_t KXAPI KXDCKMAKE(int16_t table, int16_t index, char **key);
 KXEXPORT int16_t KXAPI KXDCKMAKEH(int16_t table, int16_t index, KXBLOCK *block);
 /* Build a whole index from every record of the table (deleted ones too):

@@ -1,7 +1,7 @@
 // CKMAKE: make an index key from a table's current record by evaluating the
 // index's key expression. Character values are the key as they are, dates
 // become "yyyymmdd", numbers the "%0L.Dlf" text (a negative number keeps its
-// minus sign here, unlike KXDCKNUM).
+// minus sign here, unlike KXDCKNUM). Values of any other type are -7.
 #include <cstring>
 
 #include "convert/dates.h"
@@ -56,8 +56,7 @@ int16_t MakeKey(int16_t table, int16_t index, KXBLOCK* out) {
       }
       break;
     }
-    case 'N':
-    case 'F': {
+    case 'N': {  // an F value (a float field first) is no key type
       double v;
       std::memcpy(&v, p, 8);
       s = Resize(&b, &p, uint32_t(shape.keyLength) + 1);
