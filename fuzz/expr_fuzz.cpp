@@ -98,11 +98,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     buf.push_back('\0');
     const int16_t length = type == 'N' ? 12 : 20, dec = type == 'N' ? 3 : 0;
     if (ops >= 0xC0) {
-      // The bulk build writes its runs in the current directory.
-      const fs::path cwd = fs::current_path();
-      fs::current_path(g_dir);
+      InScratch here;
       Call(KXDCINDEX(table, path.c_str(), type, buf.data(), length, dec));
-      fs::current_path(cwd);
     } else if (Call(KXDCCREATE(path.c_str(), type, buf.data(), length, dec)) == 0) {
       int16_t h = -1;
       if (Call(KXDCOPENX(&h, path.c_str(), 0)) >= 0) {

@@ -56,6 +56,14 @@ struct Engine {
   Engine& operator=(const Engine&) = delete;
 };
 
+// Runs in the scratch directory while it lives (the NTX bulk build writes
+// its runs in the current directory).
+struct InScratch {
+  fs::path cwd = fs::current_path();
+  InScratch() { fs::current_path(g_dir); }
+  ~InScratch() { fs::current_path(cwd); }
+};
+
 // A failing call's status is cleared so that the next call runs.
 inline int16_t Call(int16_t status) {
   if (status < 0) KXESCODE(0);

@@ -5,7 +5,9 @@
 // Input: byte 0 the operations (low 2 bits the open mode: 0, read-only,
 // shared, mode 5; 0x04 adds and deletes; 0x08 finds of the keys walked;
 // 0x30 the table record keys are made from), byte 1 the walk length, 16
-// bytes of key text, 4 bytes of record number; then the index file.
+// bytes of key text, 4 bytes of record number, 4 structural edits of 2
+// bytes (see Damage); then the index file.
+#include <cstdio>
 #include <cstring>
 
 #include "fuzzutil.h"
@@ -14,7 +16,8 @@ using namespace fuzz;
 
 namespace {
 
-constexpr size_t kPrefix = 22;
+constexpr size_t kEdits = 4;
+constexpr size_t kPrefix = 22 + 2 * kEdits;
 constexpr uint16_t kModes[] = {0, 0x100, 0x400, 5};
 
 // NAME C 10, AMOUNT N 8.2, BORN D 8, OK L 1: three records.
@@ -39,6 +42,60 @@ int16_t OpenTable() {
   int16_t h = -1;
   if (KXDDOPENX(&h, path.c_str(), 0x400 | 3) != 0) std::abort();
   return h;
+}
+
+void Wr32(uint8_t* p, uint32_t v) {
+  for (int i = 0; i < 4; ++i) p[i] = uint8_t(v >> (8 * i));
+}
+
+// Item i of the page at `page` (item size `item`), or null when its offset
+// or its place in the offsets table lies outside the page.
+uint8_t* Item(uint8_t* page, size_t i, size_t item) {
+  if (4 + 2 * i > 1024) return nullptr;
+  const size_t off = size_t(page[2 + 2 * i] | page[3 + 2 * i] << 8);
+  return off + std::max<size_t>(item, 8) <= 1024 ? page + off : nullptr;
+}
+
+// Damage that byte flips rarely make, applied to the file's pages: edits of
+// (kind, pages) with page a in the low and page b in the high nibble. Kinds:
+// 1 a shared sub-tree: the root is a, and every child pointer of every page
+//   from a on names the page after it (the last page's none);
+// 2 the free head is a; 3 a becomes a free page as another writer links
+//   them (no keys, offsets kept, the link to b in the first item's child);
+// 4 the root is a; 5 every key of every page equals the first key of a;
+// 6 every child pointer of a names b (a shared page, or a cycle).
+void Damage(Bytes& f, const uint8_t* edits) {
+  const size_t pages = f.size() / 1024;
+  if (pages < 2) return;
+  const size_t item = size_t(f[12] | f[13] << 8), maxKeys = size_t(f[18] | f[19] << 8);
+  auto count = [&](size_t at) { return std::min<size_t>(f[at] | f[at + 1] << 8, maxKeys); };
+  auto children = [&](size_t at, uint32_t child) {
+    for (size_t i = 0; i <= count(at); ++i)
+      if (uint8_t* it = Item(&f[at], i, item)) Wr32(it, child);
+  };
+  for (size_t e = 0; e < kEdits; ++e) {
+    const uint8_t kind = edits[2 * e] % 7, arg = edits[2 * e + 1];
+    const uint32_t a = uint32_t(1 + (arg & 15) % (pages - 1)) * 1024, b = uint32_t(1 + (arg >> 4) % (pages - 1)) * 1024;
+    if (kind == 1) {
+      Wr32(&f[4], a);
+      for (size_t p = a; p < pages * 1024; p += 1024) children(p, p + 1024 < pages * 1024 ? uint32_t(p + 1024) : 0);
+    } else if (kind == 2) {
+      Wr32(&f[8], a);
+    } else if (kind == 3) {
+      f[a] = f[a + 1] = 0;
+      if (uint8_t* it = Item(&f[a], 0, item)) Wr32(it, b);
+    } else if (kind == 4) {
+      Wr32(&f[4], a);
+    } else if (kind == 5 && item > 8) {
+      const uint8_t* first = Item(&f[a], 0, item);
+      const Bytes key = first ? Bytes(first + 8, first + item) : Bytes();
+      for (size_t p = 1024; first && p < pages * 1024; p += 1024)
+        for (size_t i = 0; i < count(p); ++i)
+          if (uint8_t* it = Item(&f[p], i, item)) std::memcpy(it + 8, key.data(), key.size());
+    } else if (kind == 6) {
+      children(a, b);
+    }
+  }
 }
 
 struct Index {
@@ -72,11 +129,17 @@ struct Index {
     Call(KXDCKNEXT(h, key.data(), &rec));
     Call(KXDCKPREV(h, key.data(), &rec));
   }
-  // Keys passed in are read up to their NUL, at most key length bytes.
+  // Keys passed in are read up to their NUL, at most key length bytes. A
+  // change that fails must leave the file as it was.
   void Change(const std::string& text, uint32_t rec, bool add) {
     std::vector<char> key(keyLength + 1);
     std::memcpy(key.data(), text.data(), std::min(text.size(), keyLength));
-    Call(add ? KXDCKADD(h, key.data(), rec) : KXDCKDEL(h, key.data(), rec));
+    const Bytes before = ReadFile(Path("i.ntx"));
+    const int16_t s = Call(add ? KXDCKADD(h, key.data(), rec) : KXDCKDEL(h, key.data(), rec));
+    if (s < 0 && ReadFile(Path("i.ntx")) != before) {
+      std::fprintf(stderr, "%s failed with %d and changed the index file\n", add ? "KXDCKADD" : "KXDCKDEL", s);
+      std::abort();
+    }
   }
 };
 
@@ -92,10 +155,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   for (char& c : text) c = char(in.Byte());
   text.resize(strnlen(text.data(), text.size()));
   const uint32_t record = in.U32();
+  Bytes file(data + kPrefix, data + size);
+  Damage(file, data + 22);
 
   const int16_t table = OpenTable();
   const std::string path = Path("i.ntx");
-  WriteFile(path, data + kPrefix, size - kPrefix);
+  WriteFile(path, file.data(), file.size());
   int16_t h = -1;
   if (Call(KXDCOPENX(&h, path.c_str(), kModes[ops & 3])) < 0) return 0;
   KXINDEXINFO info{};
@@ -144,7 +209,8 @@ void fuzz::Seeds(const fs::path& out) {
   const struct { const char* name; uint16_t type; const char* expr; int16_t length, dec; int keys, deleted; uint8_t ops; } seeds[] = {
       {"name", 'C', "NAME", 10, 0, 120, 0, 0x0C},     {"amount", 'N', "AMOUNT", 8, 2, 30, 0, 0x1D},
       {"born", 'D', "BORN", 8, 0, 20, 0, 0x2E},        {"wide", 'C', "NAME+NAME", 100, 0, 60, 25, 0x0F},
-      {"unique", 'C' | 0x80, "LEFT(NAME,4)", 4, 0, 40, 5, 0x0C}, {"empty", 'C', "DTOS(BORN)+NAME", 18, 0, 0, 0, 0x04}};
+      {"unique", 'C' | 0x80, "LEFT(NAME,4)", 4, 0, 40, 5, 0x0C}, {"empty", 'C', "DTOS(BORN)+NAME", 18, 0, 0, 0, 0x04},
+      {"same", 'C', "NAME", 40, 0, 100, 0, 0x0E}};
   for (auto& s : seeds) {
     const std::string path = Path("s.ntx");
     std::remove(path.c_str());
@@ -159,6 +225,8 @@ void fuzz::Seeds(const fs::path& out) {
         KXDCKNUM(h, key.data(), (i * 37 % 101 - 50) * 1.25);
       else if (s.type == 'D')
         std::snprintf(key.data(), key.size(), "19%02d%02d%02d", i * 7 % 100, 1 + i % 12, 1 + i % 28);
+      else if (std::strcmp(s.name, "same") == 0)
+        std::snprintf(key.data(), key.size(), "SAME");
       else
         std::snprintf(key.data(), key.size(), "K%03d", i * 13 % (s.keys / 2 + 1));
       if (KXDCKADD(h, key.data(), uint32_t(i + 1)) != 0) std::abort();
@@ -169,9 +237,28 @@ void fuzz::Seeds(const fs::path& out) {
     }
     KXDCCLOSE(h);
     Bytes prefix = {s.ops, 20, 'K', '0', '1'};
-    prefix.resize(kPrefix - 4, ' ');
-    prefix.insert(prefix.end(), {5, 0, 0, 0});
+    prefix.resize(kPrefix - 4 - 2 * kEdits, ' ');
+    prefix.insert(prefix.end(), {5, 0, 0, 0});  // record 5, no edits
+    prefix.resize(kPrefix, 0);
     WriteSeed(out, s.name, prefix, ReadFile(path));
   }
+  // A bulk build fills every page: any add splits.
+  KXDBFFIELD field[] = {{"NAME", 'C', 10, 0}};
+  int16_t many = -1;
+  if (KXDDCREATE(Path("b.dbf").c_str(), 1, field, 3) != 0 || KXDDOPENX(&many, Path("b.dbf").c_str(), 3) != 0)
+    std::abort();
+  for (int i = 0; i < 160; ++i) {
+    char text[11];
+    uint32_t n = 0;
+    std::snprintf(text, sizeof text, "N%03d", i * 7 % 160);
+    Call(KXDDFPUTS(many, 0, text));
+    Call(KXDDRPUT(many, &n, 0));
+  }
+  std::string name = "NAME";
+  InScratch here;
+  if (KXDCINDEX(many, Path("s.ntx").c_str(), 'C', name.data(), 10, 0) != 0) std::abort();
+  Bytes prefix = {0x0C, 20, 'N', '0', '7'};
+  prefix.resize(kPrefix, 0);
+  WriteSeed(out, "bulk", prefix, ReadFile(Path("s.ntx")));
   KXDDCLOSE(table);
 }
