@@ -2,8 +2,9 @@
 // field of the first records, a few puts, locks and a pack.
 //
 // Input: byte 0 the open mode (low nibble mod 10), 0x10 read-only, 0x20
-// shared, 0x40 puts, 0x80 pack (when the open gave no size warning); byte 1 the date style (mod 16); 16 bytes of
-// values for the puts; then the file.
+// shared, 0x40 puts, 0x80 pack (when the open gave no size warning); byte 1
+// the date style (low nibble), 0x10 an NTX index built over the first field;
+// 16 bytes of values for the puts; then the file.
 #include <cstring>
 
 #include "fuzzutil.h"
@@ -90,6 +91,26 @@ void Puts(int16_t h, const std::vector<KXDBFFIELD>& fields, Reader values, uint3
   Call(KXDDRCLEAR(h));
 }
 
+// An index over the first field, built from the records' bytes, walked.
+void Index(int16_t h, const KXDBFFIELD& f) {
+  const uint16_t type = f.type == 'N' || f.type == 'F' ? 'N' : f.type == 'D' ? 'D' : 'C';
+  int16_t length = int16_t(f.width < 100 ? f.width : 100), dec = 0;
+  if (type == 'N') {
+    length = int16_t(f.width < 19 ? f.width : 19);
+    dec = int16_t(f.decimals <= 15 && f.decimals + 2 <= length ? f.decimals : 0);
+  }
+  std::string name = f.name;
+  const std::string path = Path("t.ntx");
+  InScratch here;  // the runs of the build go to the current directory
+  if (Call(KXDCINDEX(h, path.c_str(), type, name.data(), length, dec)) < 0) return;
+  int16_t x = -1;
+  if (Call(KXDCOPENX(&x, path.c_str(), 0)) < 0) return;
+  char key[101];
+  uint32_t rec = 0;
+  for (int16_t s = Call(KXDCKTOP(x, key, &rec)), i = 0; s == 0 && i < 30; ++i) s = Call(KXDCKNEXT(x, key, &rec));
+  Call(KXDCCLOSE(x));
+}
+
 void Locks(int16_t h) {
   uint16_t flag = 0;
   for (uint16_t fn = 1; fn <= 5; ++fn) {
@@ -152,6 +173,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   }
   Call(KXDDRGET(h, int32_t(count)));
   Call(KXDDHGET(h));
+  if ((data[1] & 0x10) && !fields.empty()) Index(h, fields[0]);
 
   if ((ops & 0x40) && !fields.empty()) Puts(h, fields, Reader{data + 2, 16}, packedSize);
   Locks(h);
@@ -190,7 +212,7 @@ void fuzz::Seeds(const fs::path& out) {
     }
     Call(KXDDRDEL(h, 2));
     KXDDCLOSE(h);
-    Bytes prefix = {t.ops, 4, '1', '9', '9', '9', '0', '1', '0', '1'};
+    Bytes prefix = {t.ops, uint8_t(t.mode & 1 ? 0x14 : 4), '1', '9', '9', '9', '0', '1', '0', '1'};
     prefix.resize(kPrefix, '5');
     WriteSeed(out, "mode" + std::to_string(t.mode), prefix, ReadFile(path));
   }

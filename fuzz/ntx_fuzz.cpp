@@ -4,7 +4,8 @@
 //
 // Input: byte 0 the operations (low 2 bits the open mode: 0, read-only,
 // shared, mode 5; 0x04 adds and deletes; 0x08 finds of the keys walked;
-// 0x30 the table record keys are made from), byte 1 the walk length, 16
+// 0x30 the table record keys are made from), byte 1 the walk length and
+// the number of adds, 16
 // bytes of key text, 4 bytes of record number, 4 structural edits of 2
 // bytes (see Damage); then the index file.
 #include <cstdio>
@@ -44,6 +45,7 @@ int16_t OpenTable() {
   return h;
 }
 
+uint32_t Rd32(const uint8_t* p) { return uint32_t(p[0] | p[1] << 8 | p[2] << 16) | uint32_t(p[3]) << 24; }
 void Wr32(uint8_t* p, uint32_t v) {
   for (int i = 0; i < 4; ++i) p[i] = uint8_t(v >> (8 * i));
 }
@@ -130,14 +132,26 @@ struct Index {
     Call(KXDCKPREV(h, key.data(), &rec));
   }
   // Keys passed in are read up to their NUL, at most key length bytes. A
-  // change that fails must leave the file as it was.
+  // change that fails must leave the file as it was; a root or free head
+  // that a change writes must be a page of the file (or no free page).
   void Change(const std::string& text, uint32_t rec, bool add) {
     std::vector<char> key(keyLength + 1);
     std::memcpy(key.data(), text.data(), std::min(text.size(), keyLength));
     const Bytes before = ReadFile(Path("i.ntx"));
     const int16_t s = Call(add ? KXDCKADD(h, key.data(), rec) : KXDCKDEL(h, key.data(), rec));
-    if (s < 0 && ReadFile(Path("i.ntx")) != before) {
-      std::fprintf(stderr, "%s failed with %d and changed the index file\n", add ? "KXDCKADD" : "KXDCKDEL", s);
+    const Bytes after = ReadFile(Path("i.ntx"));
+    const char* fault = nullptr;
+    auto page = [&](size_t at, bool zero) {
+      const uint32_t v = Rd32(&after[at]);
+      return std::memcmp(&before[at], &after[at], 4) == 0 || (zero && v == 0) ||
+             (v >= 1024 && v % 1024 == 0 && v < after.size());
+    };
+    if (s < 0 && after != before)
+      fault = "failed and changed the index file";
+    else if (s >= 0 && before.size() >= 12 && after.size() >= 12 && !(page(4, false) && page(8, true)))
+      fault = "wrote a root or free head outside the file";
+    if (fault) {
+      std::fprintf(stderr, "%s (status %d) %s\n", add ? "KXDCKADD" : "KXDCKDEL", s, fault);
       std::abort();
     }
   }
@@ -150,7 +164,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   Engine engine;
   Reader in{data, kPrefix};
   const uint8_t ops = in.Byte();
-  const int steps = 4 + 4 * in.Byte();
+  const uint8_t length = in.Byte();
+  const int steps = 4 + 4 * length, adds = 1 + length % 64;
   std::string text(16, '\0');
   for (char& c : text) c = char(in.Byte());
   text.resize(strnlen(text.data(), text.size()));
@@ -185,13 +200,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     x.Find(text, record, mode);
     x.Find("", record, mode);
   }
-  if (ops & 0x08)
-    for (size_t i = 0; i < x.walked.size() && i < 8; ++i) x.Find(x.walked[i], x.records[i], int16_t(1 + i % 2));
-  if (ops & 0x04) {
-    x.Change(text, record, true);
-    x.Change(text, record + 1, true);
+  if (ops & 0x08)  // keys that are there, with their record and with another
+    for (size_t i = 0; i < x.walked.size() && i < 8; ++i) {
+      x.Find(x.walked[i], x.records[i], int16_t(1 + i % 2));
+      x.Find(x.walked[i], record, 2);
+    }
+  if (ops & 0x04) {  // enough adds of one key to split pages
+    for (int i = 0; i < adds; ++i) x.Change(text, record + uint32_t(i), true);
     if (!x.walked.empty()) {
-      x.Change(x.walked[0], x.records[0], true);
+      x.Change(x.walked[0], record, true);
       x.Change(x.walked.back(), x.records.back(), false);
     }
     x.Change(text, record, false);
