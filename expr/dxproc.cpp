@@ -128,7 +128,8 @@ int16_t Str() {
   if (n < 0) return KX_FAIL(KX_ERR_EXPR);
   size_t used = size_t(n) < sizeof text ? size_t(n) : sizeof text - 1;
   KX_TRY(StringResult(text, used));
-  g_state.pub.length = uint16_t(len + 1);
+  // The width printed (a wider len is held to 255), and its terminator.
+  g_state.pub.length = uint16_t(w + 1);
   return 0;
 }
 

@@ -626,7 +626,7 @@ KXEXPORT int16_t KXAPI KXCTSGET(char *out, uint16_t style);
    characters), "+" (concatenation of strings, addition of numbers) and the
    functions SUBSTR(c,start[,count]) LEFT(c,n) RIGHT(c,n) STR(x[,len[,dec]])
    DTOC(d) DTOS(d). Positions and counts past the end of a string are held to
-   its end. */
+   its end; STR( prints at most 255 wide and 100 decimals. */
 
 /* The record a user procedure works on. On entry `pos` points just past the
    procedure's name in the expression. A procedure reads integer arguments

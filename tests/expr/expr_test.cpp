@@ -177,6 +177,8 @@ TEST_F(Expr, UserProcedures) {
   // Terms report their lengths to a procedure: STR( its width plus one.
   EXPECT_EQ(Eval("TWICE(STR(AMOUNT,8,2))"), KX_ERR_EXPR);
   EXPECT_EQ(g_termLength, 9);
+  EXPECT_EQ(Eval("TWICE(STR(AMOUNT,1000))"), KX_ERR_EXPR);
+  EXPECT_EQ(g_termLength, 256);  // widths are held to 255
   EXPECT_EQ(Eval("TWICE(LAST)"), KX_ERR_EXPR);
   EXPECT_EQ(g_termLength, 10);
 
