@@ -47,10 +47,20 @@ for src in fuzz/*_fuzz.cpp; do
   execs=$(sed -nE 's/^stat::number_of_executed_units: *([0-9]+)/\1/p' "$dir/log" | tail -1)
   last=$(grep -E '^#[0-9]+' "$dir/log" | tail -1 || true)
   cov=$(sed -nE 's/.* cov: ([0-9]+) ft: ([0-9]+).*/cov \1 ft \2/p' <<<"$last")
+  # Inputs that once found a fault (fuzz/repro/<family>/) must not fail.
+  repro="fuzz/repro/${name%_fuzz}"
+  if [ $rc -eq 0 ] && [ -d "$repro" ]; then
+    set +e
+    find "$repro" -type f ! -name '*.md' -print0 |
+      xargs -0 -r "build/fuzz/fuzz/$name" -timeout=10 -rss_limit_mb=2048 -artifact_prefix="$dir/" >"$dir/repro.log" 2>&1
+    rc=$?
+    set -e
+    [ $rc -ne 0 ] && cat "$dir/repro.log" >>"$dir/log"
+  fi
   if [ $rc -ne 0 ]; then
     failed+=("$name")
     summary+=("$name: FAILED (exit $rc) after ${execs:-?} executions, ${cov:-no coverage line}")
-    grep -E 'ERROR:|SUMMARY:|ALARM|Test unit written|^ *#[0-9]+ 0x' "$dir/log" | head -30 || true
+    grep -E 'Running:|failed|outside|ERROR:|SUMMARY:|ALARM|Test unit written|^ *#[0-9]+ 0x' "$dir/log" | head -30 || true
   else
     summary+=("$name: ${execs:-?} executions, $cov")
   fi
