@@ -17,8 +17,8 @@ using namespace fuzz;
 
 namespace {
 
-constexpr size_t kEdits = 4;
-constexpr size_t kPrefix = 22 + 2 * kEdits;
+constexpr size_t kEditsAt = 22, kEdits = 4;
+constexpr size_t kPrefix = kEditsAt + 2 * kEdits;
 constexpr uint16_t kModes[] = {0, 0x100, 0x400, 5};
 
 // NAME C 10, AMOUNT N 8.2, BORN D 8, OK L 1: three records.
@@ -106,10 +106,7 @@ struct Index {
   std::vector<std::string> walked;  // keys met on the walks
   std::vector<uint32_t> records;
 
-  std::string Key(const char* text) const {
-    std::string k(text, strnlen(text, keyLength));
-    return k;
-  }
+  std::string Key(const char* text) const { return std::string(text, strnlen(text, keyLength)); }
   // A walk of at most `steps` keys from one end.
   void Walk(bool forward, int steps) {
     std::vector<char> key(keyLength + 1);
@@ -171,7 +168,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   text.resize(strnlen(text.data(), text.size()));
   const uint32_t record = in.U32();
   Bytes file(data + kPrefix, data + size);
-  Damage(file, data + 22);
+  Damage(file, data + kEditsAt);
 
   const int16_t table = OpenTable();
   const std::string path = Path("i.ntx");
@@ -254,7 +251,7 @@ void fuzz::Seeds(const fs::path& out) {
     }
     KXDCCLOSE(h);
     Bytes prefix = {s.ops, 20, 'K', '0', '1'};
-    prefix.resize(kPrefix - 4 - 2 * kEdits, ' ');
+    prefix.resize(kEditsAt - 4, ' ');
     prefix.insert(prefix.end(), {5, 0, 0, 0});  // record 5, no edits
     prefix.resize(kPrefix, 0);
     WriteSeed(out, s.name, prefix, ReadFile(path));
