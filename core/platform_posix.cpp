@@ -1,6 +1,10 @@
 // POSIX implementation of the operating-system boundary.
 #if !defined(_WIN32)
 
+// 64-bit file offsets on 32-bit builds too: files reach 4 GiB, and the lock
+// offsets lie near 2 GiB.
+#define _FILE_OFFSET_BITS 64
+
 #include "platform.h"
 
 #include <cctype>

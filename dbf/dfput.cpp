@@ -115,12 +115,15 @@ int16_t PutLogical(DbfState* st, const Field& f, uint8_t b) {
   return 0;
 }
 
+// The block number right-aligned in the field's width, as "%*lu" prints it;
+// only the field's own bytes are written, however wide the field is.
 int16_t PutMemo(DbfState* st, const Field& f, uint32_t block) {
-  char buf[32];
-  int n = std::snprintf(buf, sizeof buf, "%*lu", int(f.width), static_cast<unsigned long>(block));
-  if (n < 0 || n > int(f.width) || std::strtoul(buf, nullptr, 10) != block)
-    return KX_FAIL(KX_ERR_VALUE);
-  std::memcpy(st->rec + f.offset, buf, f.width);
+  char digits[16];
+  const int n = std::snprintf(digits, sizeof digits, "%lu", static_cast<unsigned long>(block));
+  if (n < 1 || n > int(f.width)) return KX_FAIL(KX_ERR_VALUE);
+  uint8_t* dst = st->rec + f.offset;
+  std::memset(dst, ' ', size_t(f.width - n));
+  std::memcpy(dst + (f.width - n), digits, size_t(n));
   return 0;
 }
 

@@ -63,6 +63,8 @@ int16_t ParseFields(DbfState* st) {
       default:
         return KX_FAIL(KX_ERR_FIELDTYPE);
     }
+    // A field of no bytes holds no value (and a packed slot of none).
+    if (width == 0) return KX_FAIL(KX_ERR_FIELDLEN);
     if (place + width > 0xFFFF) return KX_FAIL(KX_ERR_RECLEN);
     f.offset = uint16_t(place);
     f.width = width;

@@ -128,7 +128,8 @@ int16_t Str() {
   if (n < 0) return KX_FAIL(KX_ERR_EXPR);
   size_t used = size_t(n) < sizeof text ? size_t(n) : sizeof text - 1;
   KX_TRY(StringResult(text, used));
-  g_state.pub.length = uint16_t(len + 1);
+  // The width printed (a wider len is held to 255), and its terminator.
+  g_state.pub.length = uint16_t(w + 1);
   return 0;
 }
 
@@ -147,9 +148,7 @@ int16_t DateFunction(bool dtos) {
 
 bool Prefix(const char* text, const char* word) { return std::strncmp(text, word, std::strlen(word)) == 0; }
 
-}  // namespace
-
-int16_t Term() {
+int16_t TermAt() {
   char* pos = g_state.pub.pos;
   if (g_work.procCount > 0) {
     int idx = FindProc(pos);
@@ -193,6 +192,16 @@ int16_t Term() {
   g_work.dateStyle = 4;
   int16_t s = Primary();
   g_work.dateStyle = style;
+  return s;
+}
+
+}  // namespace
+
+int16_t Term() {
+  if (g_state.depth >= kMaxDepth) return KX_FAIL(KX_ERR_EXPR);
+  ++g_state.depth;
+  int16_t s = TermAt();
+  --g_state.depth;
   return s;
 }
 

@@ -23,6 +23,7 @@ struct State {
   uint16_t accType;
   uint16_t accLength;
   bool inDtos;            // a DTOS( is being evaluated
+  uint16_t depth;         // terms being evaluated, one inside the other
   int16_t table;          // the data-file handle evaluated against
   dbf::DbfState* dbf;     // its state, locked for the evaluation
 };
@@ -41,7 +42,10 @@ constexpr uint16_t kProcGrow = 10;
 // handle `table`. On success the value is in g_state.acc/accPtr with its
 // type and length; it stays there until the next evaluation.
 int16_t Evaluate(int16_t table, const char* text);
-// Evaluates one term at g_state.pub.pos into g_state.pub.result.
+// Evaluates one term at g_state.pub.pos into g_state.pub.result. Terms
+// nest through function arguments and user procedures; a term more than
+// kMaxDepth deep is -7, so that no text can exhaust the stack.
+constexpr uint16_t kMaxDepth = 100;
 int16_t Term();
 // Reads an integer argument at the current position: skips the "(" or ","
 // before it; the argument ends at the nearer of the next "," and ")".

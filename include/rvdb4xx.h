@@ -283,9 +283,9 @@ KXEXPORT int16_t KXAPI _KXMUNLOCK(KXBLOCK block);
  * packed records of KXDDRGETX/KXDDRPUTX):
  *   type  host value                                   packed slot
  *   C     NUL-terminated string                        width + 1
- *   D     NUL-terminated date in the current style     9
+ *   D     NUL-terminated date in the current style     width + 1 (9)
  *   N, F  double                                       8
- *   L     one byte: 1 true, 0 false, '?' unknown        1
+ *   L     one byte: 1 true, 0 false, '?' unknown        width (1)
  *   M     uint32_t memo block number                   4
  * A packed record is the deletion flag byte followed by the slots with no
  * gaps (doubles are unaligned). A date in a ten-character style runs into the
@@ -311,7 +311,9 @@ KXEXPORT int16_t KXAPI _KXMUNLOCK(KXBLOCK block);
  * or a value that is not finite is -33 and leaves the field unchanged; a value
  * that does not read back exactly is stored with status 6. L: 1, 'T', 'Y',
  * 't', 'y' store "T"; 0, 'F', 'N', 'f', 'n' store "F"; anything else -33.
- * M: the number printed with "%10lu".
+ * M: the number printed with "%10lu", right-aligned in the field's width
+ * (a field wider than ten, from another program's header, gets blanks
+ * before it); a number wider than the field is -33.
  * The S variants (KXDDFGETS/KXDDFPUTS) apply the C rules to any field.
  */
 #pragma pack(push, 1)
@@ -370,8 +372,10 @@ KXEXPORT int16_t KXAPI KXDDCREATE(const char *path, int16_t fieldCount,
    for writing opens read-only and shared. 0; 7 (opened, but the file size
    disagrees with the header); -21, -14, -46, -8, -2 (truncated header), -12
    (mode), -18 (version byte), -19 (header length), -35 (production index
-   flag, modes 2 and 8), -28, -31, -32 (record length). *handle is -1 after a
-   failure. */
+   flag, modes 2 and 8), -28, -31, -29 (a field of width 0: it could hold no
+   value, and its packed slot would be empty), -32 (record length). Widths
+   other than those create gives (an L or M field wider than 1 or 10) are
+   accepted as they stand. *handle is -1 after a failure. */
 KXEXPORT int16_t KXAPI KXDDOPENX(int16_t *handle, const char *path, uint16_t mode);
 /* Close a table; writes the last-update date if records were written.
    0, -13, -1. */
@@ -632,7 +636,7 @@ KXEXPORT int16_t KXAPI KXCTSGET(char *out, uint16_t style);
    characters), "+" (concatenation of strings, addition of numbers) and the
    functions SUBSTR(c,start[,count]) LEFT(c,n) RIGHT(c,n) STR(x[,len[,dec]])
    DTOC(d) DTOS(d). Positions and counts past the end of a string are held to
-   its end. */
+   its end; STR( prints at most 255 wide and 100 decimals. */
 
 /* The record a user procedure works on. On entry `pos` points just past the
    procedure's name in the expression. A procedure reads integer arguments
@@ -659,7 +663,9 @@ typedef struct KXEXPRVALUE {
 } KXEXPRVALUE;
 
 /* Evaluate `expression` (blanks removed and upper-cased in place) over the
-   table's current record. 0, -7 bad expression, -13 bad handle, -21. */
+   table's current record. Terms nest through function arguments and user
+   procedures (KXDXPROC) at most 100 deep; a deeper term is a bad expression.
+   0, -7 bad expression, -13 bad handle, -21. */
 KXEXPORT int16_t KXAPI KXDXEVAL(int16_t table, char *expression, KXEXPRVALUE *result);
 /* Inside a user procedure: evaluate one term at the current position. 0, -7. */
 KXEXPORT int16_t KXAPI KXDXPROC(void);
@@ -775,7 +781,9 @@ KXEXPORT int16_t KXAPI KXDCKDATE(char *key, const char *date, uint16_t style);
    owns, valid until the next KXDCKMAKE or the close of that index (null on
    failure); KXDCKMAKEH returns
    the block itself, which the caller frees with _KXMFREE (all ones on
-   failure). 0, -7 (expression, or a value of another type), -13, -21. */
+   failure). 0, -7 (expression, or a value of another type than C, D or N:
+   an expression that begins with an F field is F, and makes no key), -13,
+   -21. */
 KXEXPORT int16_t KXAPI KXDCKMAKE(int16_t table, int16_t index, char **key);
 KXEXPORT int16_t KXAPI KXDCKMAKEH(int16_t table, int16_t index, KXBLOCK *block);
 /* Build a whole index from every record of the table (deleted ones too):

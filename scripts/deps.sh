@@ -4,7 +4,8 @@
 set -euo pipefail
 want=(build-essential cmake libcli11-dev nlohmann-json3-dev libfmt-dev pkg-config)
 if [ "${1:-build}" = test ]; then
-  want+=(libgtest-dev python3 python3-dbf python3-dbfread libdbd-xbase-perl binutils gcc-mingw-w64-i686 g++-mingw-w64-i686 g++-mingw-w64-x86-64 wine64)
+  want+=(libgtest-dev python3 python3-dbf python3-dbfread libdbd-xbase-perl binutils gcc-mingw-w64-i686 g++-mingw-w64-i686 g++-mingw-w64-x86-64 wine64
+         g++-multilib qemu-user clang-14 libclang-rt-14-dev)
 fi
 missing=()
 for p in "${want[@]}"; do

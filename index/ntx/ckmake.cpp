@@ -1,7 +1,7 @@
 // CKMAKE: make an index key from a table's current record by evaluating the
 // index's key expression. Character values are the key as they are, dates
 // become "yyyymmdd", numbers the "%0L.Dlf" text (a negative number keeps its
-// minus sign here, unlike KXDCKNUM).
+// minus sign here, unlike KXDCKNUM). Values of any other type are -7.
 #include <cstring>
 
 #include "convert/dates.h"
@@ -31,8 +31,7 @@ int16_t Convert(const void* state, uint16_t type, KXBLOCK* b, void** p) {
       if (s < 0) return s;
       return DateI2S(static_cast<char*>(*p), 4, y, m, d);
     }
-    case 'N':
-    case 'F': {
+    case 'N': {  // an F value (a float field first) is no key type
       double v;
       std::memcpy(&v, *p, 8);
       KX_TRY(ix::ResizeLocked(b, p, uint32_t(shape.keyLength) + 1));

@@ -112,6 +112,17 @@ inline uint16_t Le16(const std::vector<uint8_t>& b, size_t off) {
   return uint16_t(b[off] | b[off + 1] << 8);
 }
 
+// A helper program's command: the program, or in a build whose programs run
+// under an emulator (qemu-i386 for the 32-bit build), the emulator and then
+// the program.
+inline std::vector<std::string> HelperCommand(const std::string& program) {
+#if defined(HELPER_EMULATOR)
+  return {HELPER_EMULATOR, program};
+#else
+  return {program};
+#endif
+}
+
 // Runs a helper program with an argument string (already quoted as a
 // command line) and returns its exit code; -1 when it cannot be started.
 inline int RunProgram(const std::string& program, const std::string& args) {
@@ -124,7 +135,9 @@ inline int RunProgram(const std::string& program, const std::string& args) {
   intptr_t rc = _spawnv(_P_WAIT, program.c_str(), argv);
   return rc < 0 ? -1 : static_cast<int>(rc);
 #else
-  std::string cmd = "\"" + program + "\" " + args;
+  std::string cmd;
+  for (const std::string& word : HelperCommand(program)) cmd += "\"" + word + "\" ";
+  cmd += args;
   int rc = std::system(cmd.c_str());
   return WIFEXITED(rc) ? WEXITSTATUS(rc) : -1;
 #endif

@@ -39,6 +39,21 @@ TEST_F(Files, WritesGoOutIn4096BytePieces) {
   EXPECT_EQ(ReadBytes(dir.file("w.bin")), data);
 }
 
+// Offsets are 32-bit unsigned: a file reaches 4 GiB, on 32-bit builds too.
+TEST_F(Files, OffsetsPast2GiB) {
+  int16_t f = Create("big.bin");
+  const std::vector<uint8_t> data = Pattern(8, 5);
+  std::vector<uint8_t> got(8);
+  uint32_t len = 0;
+  for (uint32_t off : {0x7FFFFFFCu, 0xC0000000u, 0xFFFFFFF0u}) {
+    ASSERT_EQ(rv::HwriteAt(f, off, data.data(), 8, false), 0) << off;
+    ASSERT_EQ(rv::HreadAt(f, off, got.data(), 8), 0) << off;
+    ASSERT_EQ(rv::Hlen(f, &len), 0);
+    EXPECT_TRUE(got == data && len == off + 8) << off;
+  }
+  EXPECT_EQ(rv::CloseOsFile(f), 0);
+}
+
 TEST_F(Files, PositionsShortReadsAndSizes) {
   int16_t f = Create("r.bin");
   const std::vector<uint8_t> a = Pattern(300, 1), b = Pattern(50, 99);

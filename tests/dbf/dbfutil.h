@@ -128,8 +128,9 @@ inline int Shell(const std::string& cmd) { return std::system(cmd.c_str()); }
 struct Child { intptr_t id = 0; };
 
 inline Child Start(std::vector<std::string> args) {
-  const std::string program = DBFWORKER_PATH;
-  args.insert(args.begin(), program);
+  const std::vector<std::string> command = HelperCommand(DBFWORKER_PATH);
+  const std::string program = command[0];
+  args.insert(args.begin(), command.begin(), command.end());
 #if defined(_WIN32)
   for (auto& a : args) a = "\"" + a + "\"";
 #endif

@@ -47,6 +47,24 @@ TEST_F(DbfFields, CharactersMemoNumbersAndNames) {
   EXPECT_EQ(buf + std::to_string(no), "OK1");
 }
 
+// A memo field wider than its ten digits (another program's header) gets
+// the number right-aligned in blanks, and nothing else, from either put.
+TEST_F(DbfFields, WideMemoFieldsHoldOnlyTheNumber) {
+  for (uint8_t width : {40, 255}) {
+    const std::string path = dir.file("w" + std::to_string(width) + ".dbf");
+    WriteBytes(path, RawTable(0x83, {{"NOTE", 'M', width, 0}}, {}));
+    int16_t w = OpenTable(path, 1);
+    const uint32_t seven = 7;
+    uint8_t packed[5] = {' ', 0, 0, 0, 0};
+    uint32_t n = 0;
+    ASSERT_EQ(KXDDFPUT(w, 0, &seven) + KXDDRPUT(w, &n, 0) + KXDDRPUTX(w, packed, &n, 0), 0);
+    const auto b = ReadBytes(path);
+    EXPECT_EQ(std::string(b.end() - 2 * (width + 1) - 1, b.end()),
+              " " + std::string(width - 1u, ' ') + "7 " + std::string(width - 1u, ' ') + "0\x1A");
+    EXPECT_EQ(KXDDCLOSE(w), 0);
+  }
+}
+
 // A number's text is what the C library's "%*.*lf" prints for the field;
 // status 6 exactly when that text reads back as another value; -33, and the
 // field unchanged, when it is too wide or too large.

@@ -96,6 +96,9 @@ TEST_F(DbfFormat, OpenWarnsOfTheSizeAndChecksTheHeader) {
   b = plain;
   b[0] = 0x83, b[32 + 11] = 'M';  // a memo field needs 0x83
   EXPECT_EQ(Open(b, 1), 0);
+  // A field of no bytes, whatever its type, is refused.
+  for (char type : std::string("CDLMN"))
+    EXPECT_EQ(Open(RawTable(0x83, {{"NAME", 'C', 6, 0}, {"X", type, 0, 0}}, {" ALPHA"}), 1), KX_ERR_FIELDLEN) << type;
   for (long cut : {0, 10, 31, 40, 95}) EXPECT_EQ(Open({plain.begin(), plain.begin() + cut}, 1), KX_ERR_READ) << cut;
   EXPECT_FAIL(KXDDOPENX(&h, dir.file("none.dbf").c_str(), 1), KX_ERR_OPEN);
   EXPECT_EQ(h, -1);

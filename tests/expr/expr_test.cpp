@@ -101,6 +101,15 @@ TEST_F(Expr, MalformedExpressionsGiveMinus7) {
 
 namespace {
 
+// `depth` calls of `fn` around `inner`, each closed by `close`.
+std::string Nest(const char* fn, int depth, const char* inner, const char* close) {
+  std::string s;
+  for (int i = 0; i < depth; ++i) s += fn;
+  s += inner;
+  for (int i = 0; i < depth; ++i) s += close;
+  return s;
+}
+
 // TWICE(x): a number doubled, evaluated through the engine; it remembers
 // the length the term reported.
 uint16_t g_termLength = 0;
@@ -168,6 +177,8 @@ TEST_F(Expr, UserProcedures) {
   // Terms report their lengths to a procedure: STR( its width plus one.
   EXPECT_EQ(Eval("TWICE(STR(AMOUNT,8,2))"), KX_ERR_EXPR);
   EXPECT_EQ(g_termLength, 9);
+  EXPECT_EQ(Eval("TWICE(STR(AMOUNT,1000))"), KX_ERR_EXPR);
+  EXPECT_EQ(g_termLength, 256);  // widths are held to 255
   EXPECT_EQ(Eval("TWICE(LAST)"), KX_ERR_EXPR);
   EXPECT_EQ(g_termLength, 10);
 
@@ -184,4 +195,21 @@ TEST_F(Expr, UserProcedures) {
   EXPECT_EQ(count, 45);
   ASSERT_EQ(KXDXLIST(name, 44), 0);
   EXPECT_STREQ(name, "P144");
+}
+
+// Terms nest up to 100 deep, through functions and procedures alike; deeper
+// texts are -7 instead of exhausting the stack.
+TEST_F(Expr, NestingIsBounded) {
+  char twice[] = "TWICE";
+  ASSERT_EQ(KXDXADD(twice, Twice), 0);
+  const struct { std::string text; int16_t want; } cases[] = {
+      {Nest("LEFT(", 99, "LAST", ",3)"), 0}, {Nest("LEFT(", 100, "LAST", ",3)"), KX_ERR_EXPR},
+      {Nest("TWICE(", 99, "AMOUNT", ")"), 0}, {Nest("LEFT(", 50000, "LAST", ",3)"), KX_ERR_EXPR},
+      {Nest("DTOS(", 50000, "BIRTH", ")"), KX_ERR_EXPR}, {Nest("TWICE(", 50000, "AMOUNT", ")"), KX_ERR_EXPR}};
+  for (auto& c : cases) {
+    std::string text = c.text;
+    EXPECT_EQ(KXDXEVAL(table, text.data(), &value), c.want) << c.text.substr(0, 12) << " " << c.text.size();
+    KXESCODE(0);
+  }
+  EXPECT_EQ(TextOf(Nest("LEFT(", 3, "LAST", ",3)")), "Smi");  // the depth is back at 0
 }

@@ -16,9 +16,10 @@ class KeyMake : public EngineTest {
   void SetUp() override {
     EngineTest::SetUp();
     KXDBFFIELD fields[] = {DbfField("NAME", 'C', 10, 0), DbfField("AMOUNT", 'N', 8, 2),
-                           DbfField("BORN", 'D', 8, 0), DbfField("FLAG", 'L', 1, 0)};
-    ASSERT_EQ(KXDDCREATE(dir.file("t.dbf").c_str(), 4, fields, 3), 0);
-    ASSERT_EQ(KXDDOPENX(&table, dir.file("t.dbf").c_str(), 3), 0);
+                           DbfField("BORN", 'D', 8, 0), DbfField("FLAG", 'L', 1, 0),
+                           DbfField("RATE", 'F', 6, 2)};
+    ASSERT_EQ(KXDDCREATE(dir.file("t.dbf").c_str(), 5, fields, 2), 0);
+    ASSERT_EQ(KXDDOPENX(&table, dir.file("t.dbf").c_str(), 2), 0);
   }
   int16_t OpenIndex(const char* file, char type, std::string expression, int16_t length, uint16_t dec) {
     int16_t h = -1;
@@ -45,7 +46,8 @@ class KeyMake : public EngineTest {
 TEST_F(KeyMake, KeysByValueType) {
   const int16_t byName = OpenIndex("n.ntx", 'C', "name", 10, 0), byAmount = OpenIndex("a.ntx", 'N', "AMOUNT", 8, 2),
                 byBorn = OpenIndex("b.ntx", 'D', "BORN", 8, 0), byFlag = OpenIndex("f.ntx", 'C', "FLAG", 1, 0),
-                byBoth = OpenIndex("c.ntx", 'C', "LEFT(NAME,3)+DTOS(BORN)", 11, 0);
+                byBoth = OpenIndex("c.ntx", 'C', "LEFT(NAME,3)+DTOS(BORN)", 11, 0),
+                byRate = OpenIndex("r.ntx", 'N', "RATE", 6, 2);
   Record("Smith", -12.5, "19920613");
   ASSERT_EQ(KXCDSTYLE(6), 0);  // a date key is yyyymmdd whatever the style
   for (auto [h, want] : {std::pair{byName, "Smith     "}, {byAmount, "-0012.50"},  // minus sign kept, zero-padded
@@ -54,10 +56,10 @@ TEST_F(KeyMake, KeysByValueType) {
   Record("Jones", 7, "");
   EXPECT_EQ(Make(byBorn), "        ");
   EXPECT_EQ(Make(byAmount), "00007.00");
-  // A logical value makes no key; wrong handles; no place for the key.
+  // A logical or float value makes no key; wrong handles; no place for the key.
   char* key = reinterpret_cast<char*>(1);
   struct Case { int16_t table, index; char** key; int16_t want; } cases[] = {
-      {table, byFlag, &key, KX_ERR_EXPR}, {byName, byName, &key, KX_ERR_HANDLE},
+      {table, byFlag, &key, KX_ERR_EXPR}, {table, byRate, &key, KX_ERR_EXPR}, {byName, byName, &key, KX_ERR_HANDLE},
       {table, table, &key, KX_ERR_HANDLE}, {table, byName, nullptr, KX_ERR_NULL}};
   for (const Case& c : cases) {
     EXPECT_EQ(KXDCKMAKE(c.table, c.index, c.key), c.want);
@@ -71,9 +73,11 @@ TEST_F(KeyMake, KeysByValueType) {
   ASSERT_EQ(_KXMLOCK(&p, block), 0);
   EXPECT_STREQ(static_cast<char*>(p), "Jones     ");
   EXPECT_EQ(_KXMFREE(block), 0);
-  EXPECT_EQ(KXDCKMAKEH(table, byFlag, &block), KX_ERR_EXPR);
-  EXPECT_EQ(block, static_cast<KXBLOCK>(~KXBLOCK(0)));
-  KXESCODE(0);
+  for (int16_t bad : {byFlag, byRate}) {
+    EXPECT_EQ(KXDCKMAKEH(table, bad, &block), KX_ERR_EXPR);
+    EXPECT_EQ(block, static_cast<KXBLOCK>(~KXBLOCK(0)));
+    KXESCODE(0);
+  }
 }
 
 TEST_F(KeyMake, TableWalkedInKeyOrder) {
