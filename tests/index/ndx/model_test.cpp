@@ -52,7 +52,7 @@ class NdxModel : public testutil::EngineTest {
       k.assign(9, '\0');
       EXPECT_EQ(KXDNKNUM(k.data(), double(int(Rand(40001)) - 20000) / 4.0), 0);
     } else {
-      char text[16];
+      char text[40];
       std::snprintf(text, sizeof text, "%02d/%02d/%04d", 1 + int(Rand(28)), 1 + int(Rand(12)), 1890 + int(Rand(30)));
       k.assign(9, '\0');
       EXPECT_EQ(KXDNKDATE(k.data(), text, 9), 0);
