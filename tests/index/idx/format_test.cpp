@@ -75,9 +75,9 @@ TEST_F(IdxFormat, CreateWritesTheHeadersAndTheEmptyRoot) {
     ASSERT_EQ(KXDIOPENX(&h, p.c_str(), 0), 0);
     KXINDEXINFO info{};
     ASSERT_EQ(KXDIINFO(h, &info), 0);
-    EXPECT_EQ(info.keyLength, c.keyLength);
-    EXPECT_EQ(info.options, (c.options & 1 ? 0x80 : 0) | (compact ? 0x400 : 0));
-    EXPECT_EQ(info.decimals, compact ? 8 : 3);
+    EXPECT_EQ(int(info.keyLength), c.keyLength);
+    EXPECT_EQ(int(info.options), (c.options & 1 ? 0x80 : 0) | (compact ? 0x400 : 0));
+    EXPECT_EQ(int(info.decimals), compact ? 8 : 3);
     EXPECT_STREQ(info.expression, "NAME+CITY");
     char e[221];
     ASSERT_EQ(KXDIEXPR(h, e), 0);
@@ -123,7 +123,7 @@ TEST_F(IdxFormat, CreateAndOpenRefuseBadArguments) {
   ASSERT_EQ(KXDIKTYPE(h, 'c'), 0);
   KXINDEXINFO info{};
   ASSERT_EQ(KXDIINFO(h, &info), 0);
-  EXPECT_EQ(info.keyType, 'C');
+  EXPECT_EQ(int(info.keyType), 'C');
   EXPECT_EQ(KXDICLOSE(h), 0);
 }
 
