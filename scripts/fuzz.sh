@@ -4,11 +4,15 @@
 # crash, a hang (one input running 10 s), a leak or a memory blow-up; the
 # input that did it is kept in build/fuzz/run/<harness>/. Prints executions
 # and coverage per harness at the end.
-# Usage: scripts/fuzz.sh [seconds-per-harness]   (default 60; 3600 for a long run)
+# Usage: scripts/fuzz.sh [seconds-per-harness [harness...]]
+#   seconds: default 60; 3600 for the long run. Harnesses are named as in
+#   fuzz/ (ntx_fuzz, or just ntx); all of them when none is named.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 secs=${1:-60}
+shift || true
 root=$(pwd)
+chosen=" $* "
 
 cmake --preset fuzz >/dev/null
 cmake --build --preset fuzz -j"$(nproc)"
@@ -29,6 +33,7 @@ failed=()
 summary=()
 for src in fuzz/*_fuzz.cpp; do
   name=$(basename "$src" .cpp)
+  [ "$chosen" = "  " ] || [[ "$chosen" == *" $name "* || "$chosen" == *" ${name%_fuzz} "* ]] || continue
   dir="$run/$name"
   mkdir -p "$dir/corpus"
   # The seeds the build wrote through the engine, and any inputs kept in the

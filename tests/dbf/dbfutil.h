@@ -6,6 +6,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <ctime>
 #include <string>
 #include <thread>
@@ -169,11 +170,15 @@ inline int Wait(Child& c) {
 #endif
 }
 
-inline bool WaitForFile(const std::string& path, int seconds) {
+// The first line of a file another process renames into place, once it
+// reads (Wine may refuse the open for a moment after the rename); empty when
+// none came in time.
+inline std::string WaitForLine(const std::string& path, int seconds) {
   const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
-  for (; !fs::exists(path); std::this_thread::sleep_for(std::chrono::milliseconds(2)))
-    if (std::chrono::steady_clock::now() > end) return false;
-  return true;
+  for (std::string line;; std::this_thread::sleep_for(std::chrono::milliseconds(2))) {
+    if (fs::exists(path) && std::getline(std::ifstream(path), line) && !line.empty()) return line;
+    if (std::chrono::steady_clock::now() > end) return "";
+  }
 }
 
 }  // namespace dbftest

@@ -18,8 +18,8 @@ class DbfLockProcs : public LockTable {
   Child Hold(const std::string& tag, const char* job, uint32_t arg, std::string* report) {
     const std::string ready = dir.file(tag + ".ready");
     auto c = Start({"hold", path, ready, dir.file(tag + ".go"), job, std::to_string(arg)});
-    EXPECT_TRUE(WaitForFile(ready, 30));
-    std::getline(std::ifstream(ready), *report);
+    *report = WaitForLine(ready, 30);
+    EXPECT_NE(*report, "") << "no report from worker " << tag;
     return c;
   }
   // A worker's flag for a lock it takes and gives back at once.
