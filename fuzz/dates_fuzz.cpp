@@ -84,6 +84,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 
 // Dates written by the engine in every style, each with a time after it,
 // and times before dates.
+void fuzz::Prepare() {}
+
 void fuzz::Seeds(const fs::path& out) {
   Engine engine;
   const int16_t dates[][3] = {{1999, 12, 31}, {2024, 2, 29}, {1, 1, 1}, {9999, 12, 31}, {1900, 3, 1}};

@@ -190,6 +190,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 
 // Tables made by the engine in every mode and field type, with live and
 // deleted records, each opened with its own mode.
+void fuzz::Prepare() {}
+
 void fuzz::Seeds(const fs::path& out) {
   Engine engine;
   KXDBFFIELD common[] = {{"NAME", 'C', 12, 0}, {"AMOUNT", 'N', 9, 2}, {"BORN", 'D', 8, 0},

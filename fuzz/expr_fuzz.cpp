@@ -114,6 +114,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   return 0;
 }
 
+void fuzz::Prepare() {}
+
 void fuzz::Seeds(const fs::path& out) {
   const char* texts[] = {"NAME",         "NAME+STR(AMOUNT,8,2)", "DTOS(BORN)+NAME",  "DTOC(BORN)",
                          "RATE+AMOUNT",  "SUBSTR(NAME,2,3)",     "LEFT(NAME,3)+RIGHT(NAME,2)",

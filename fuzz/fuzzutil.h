@@ -3,7 +3,7 @@
 // buffers of exactly the documented size (so that a write past them is a
 // finding), and the seed corpus each harness makes through the engine.
 //
-// A harness defines LLVMFuzzerTestOneInput and fuzz::Seeds. Run with
+// A harness defines LLVMFuzzerTestOneInput, fuzz::Prepare and fuzz::Seeds. Run with
 // RVDB_FUZZ_SEEDS=<dir> it writes its seeds there and exits (the build does
 // that after linking it); otherwise it fuzzes.
 #pragma once
@@ -27,6 +27,10 @@ inline fs::path g_dir;  // this process's scratch directory
 
 // Writes the seed corpus into `out` (each harness has its own).
 void Seeds(const fs::path& out);
+
+// Runs once in the scratch directory, before the seeds or the first input:
+// what a harness builds for all its inputs (a table, a valid index).
+void Prepare();
 
 inline std::string Path(const std::string& name) { return (g_dir / name).string(); }
 
@@ -107,6 +111,8 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
   if (fuzz::g_dir.empty()) std::abort();
   std::atexit(fuzz::RemoveScratch);
   setenv("RVDB4XX_INI", fuzz::Path("none.ini").c_str(), 1);
+  fs::current_path(fuzz::g_dir);  // bulk builds write their runs here
+  fuzz::Prepare();
   if (const char* out = std::getenv("RVDB_FUZZ_SEEDS")) {
     fs::create_directories(out);
     fuzz::Seeds(out);

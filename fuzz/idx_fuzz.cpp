@@ -9,10 +9,8 @@
 // (pairs of a 16-bit offset and a byte), or, with bit 0x80 of byte 0, is the
 // whole file.
 //
-// Build (clang 14):
-//   clang++ -std=c++20 -g -O1 -fsanitize=fuzzer,address,undefined -I include -I core -I . \
-//     fuzz/idx_fuzz.cpp core/*.cpp dbf/*.cpp expr/*.cpp convert/*.cpp index/common/*.cpp \
-//     index/idx/*.cpp -o idx_fuzz
+// Run with RVDB_FUZZ_SEEDS=<dir> it writes its seed corpus there and exits:
+// each form and key type with a run of every operation and no patch.
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -22,29 +20,22 @@
 #include <string>
 #include <vector>
 
-#include <unistd.h>
+#include "fuzzutil.h"
 
-#include "rvdb4xx.h"
+using namespace fuzz;
 
 namespace {
 
-namespace fs = std::filesystem;
-
-std::string g_dir, g_table;
+std::string g_table;
 std::vector<uint8_t> g_template[2];  // valid standard and compact indexes
 
-std::vector<uint8_t> Slurp(const std::string& p) {
-  std::ifstream in(p, std::ios::binary);
-  return std::vector<uint8_t>(std::istreambuf_iterator<char>(in), {});
-}
+}  // namespace
 
-void Setup() {
-  g_dir = (fs::temp_directory_path() / ("idxfuzz_" + std::to_string(getpid()))).string();
-  fs::create_directories(g_dir);
-  fs::current_path(g_dir);
-  setenv("RVDB4XX_INI", (g_dir + "/none.ini").c_str(), 1);
+// The engine stays initialised for the whole run; the table and the two
+// valid indexes are made once.
+void fuzz::Prepare() {
   if (KXDINIT(100, 4) != 0) std::abort();
-  g_table = g_dir + "/t.dbf";
+  g_table = Path("t.dbf");
   KXDBFFIELD f[1] = {};
   std::strcpy(f[0].name, "NAME");
   f[0].type = 'C';
@@ -60,23 +51,19 @@ void Setup() {
     KXDDRPUT(t, &rec, 0);
   }
   for (int c = 0; c < 2; ++c) {
-    const std::string p = g_dir + "/tpl.idx";
+    const std::string p = Path("tpl.idx");
     char expr[] = "NAME";
     if (KXDIINDEX(t, p.c_str(), uint16_t('C' | (c ? 0x400 : 0)), expr, 10) != 0) std::abort();
     int16_t h = -1;
     if (KXDIOPENX(&h, p.c_str(), 0) != 0) std::abort();
     for (int i = 0; i < 40; ++i) KXDIKDEL(h, "N00", 0);  // some freed nodes
     KXDICLOSE(h);
-    g_template[c] = Slurp(p);
+    g_template[c] = ReadFile(p);
   }
   KXDDCLOSE(t);
 }
 
-}  // namespace
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  static bool ready = (Setup(), true);
-  (void)ready;
   if (size < 2) return 0;
   const uint8_t mode = data[0];
   const size_t ops = data[1] % 32;
@@ -94,11 +81,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
       file[at] = rest[i + 2];
     }
   }
-  const std::string path = g_dir + "/f.idx";
-  {
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out.write(reinterpret_cast<const char*>(file.data()), std::streamsize(file.size()));
-  }
+  const std::string path = Path("f.idx");
+  WriteFile(path, file.data(), file.size());
   KXESCODE(0);
   int16_t t = -1, h = -1;
   KXDDOPENX(&t, g_table.c_str(), 0x403);
@@ -140,17 +124,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   return 0;
 }
 
-// Run with RVDB_FUZZ_SEEDS=<dir> it writes its seed corpus there and exits:
-// each form and key type with a run of every operation and no patch.
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
-  const char* out = std::getenv("RVDB_FUZZ_SEEDS");
-  if (!out) return 0;
-  fs::create_directories(out);
+void fuzz::Seeds(const fs::path& out) {
   for (uint8_t mode = 0; mode < 8; ++mode) {
     std::vector<uint8_t> seed = {mode, 16};
     for (uint8_t i = 0; i < 16; ++i) seed.push_back(uint8_t(i * 17 + mode));
-    std::ofstream(std::string(out) + "/seed" + std::to_string(mode), std::ios::binary)
-        .write(reinterpret_cast<const char*>(seed.data()), std::streamsize(seed.size()));
+    WriteSeed(out, "seed" + std::to_string(mode), {}, seed);
   }
-  std::exit(0);
 }

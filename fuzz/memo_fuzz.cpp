@@ -20,32 +20,13 @@
 #include <string>
 #include <vector>
 
-#include "rvdb4xx.h"
+#include "fuzzutil.h"
+
+using namespace fuzz;
 
 namespace {
 
-namespace fs = std::filesystem;
-using Bytes = std::vector<uint8_t>;
-
-fs::path g_dir;
 constexpr size_t kPrefix = 3;
-
-std::string Path(const char* name) { return (g_dir / name).string(); }
-
-void WriteFile(const std::string& path, const uint8_t* data, size_t size) {
-  std::ofstream out(path, std::ios::binary | std::ios::trunc);
-  out.write(reinterpret_cast<const char*>(data), std::streamsize(size));
-}
-
-Bytes ReadFile(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  return Bytes(std::istreambuf_iterator<char>(in), {});
-}
-
-int16_t Call(int16_t status) {
-  if (status < 0) KXESCODE(0);
-  return status;
-}
 
 // One family's exports (FPT and DBT have the same shapes).
 struct Family {
@@ -149,9 +130,13 @@ void Run(const uint8_t* data, size_t size) {
   for (const auto& e : fs::directory_iterator(g_dir, ec)) fs::remove(e.path(), ec);
 }
 
+}  // namespace
+
+void fuzz::Prepare() {}
+
 // Seeds made by the engine: each layout with memos of several sizes, a
 // rewrite that moved (a dBASE IV free run), one deleted record for packs.
-void Seeds(const fs::path& out) {
+void fuzz::Seeds(const fs::path& out) {
   KXDINIT(100, 4);
   struct Seed {
     const char* name;
@@ -176,32 +161,6 @@ void Seeds(const fs::path& out) {
     WriteFile((out / s.name).string(), seed.data(), seed.size());
   }
   KXDTERM();
-}
-
-void RemoveScratch() {
-  std::error_code ec;
-  fs::remove_all(g_dir, ec);
-}
-
-}  // namespace
-
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
-  setenv("RVDB4XX_NOTICE", "0", 1);
-  std::random_device rd;
-  for (int i = 0; i < 100 && g_dir.empty(); ++i) {
-    fs::path p = fs::temp_directory_path() / ("rvdbfuzz_" + std::to_string(rd()));
-    std::error_code ec;
-    if (fs::create_directory(p, ec)) g_dir = p;
-  }
-  if (g_dir.empty()) std::abort();
-  std::atexit(RemoveScratch);
-  setenv("RVDB4XX_INI", Path("none.ini").c_str(), 1);
-  if (const char* out = std::getenv("RVDB_FUZZ_SEEDS")) {
-    fs::create_directories(out);
-    Seeds(out);
-    std::exit(0);
-  }
-  return 0;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {

@@ -217,6 +217,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 
 // Indexes made by the engine over the table: each key type, one and more
 // levels, unique, with free pages, and empty.
+void fuzz::Prepare() {}
+
 void fuzz::Seeds(const fs::path& out) {
   Engine engine;
   const int16_t table = OpenTable();
