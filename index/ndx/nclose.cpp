@@ -58,8 +58,9 @@ int16_t ParentOf(NdxState* st, uint32_t l, uint32_t* parent, int* pos) {
   if (Count(st->page) > 0) {
     Probe p;
     std::memcpy(p.key, KeyAt(st, st->page, 0), st->keyLength);
-    p.length = st->keyType == 0 ? st->keyLength : 8;
-    p.mode = st->keyType == 0 ? 0 : 1;
+    p.length = st->keyLength;
+    p.mode = st->keyMode;
+    p.descending = false;
     p.record = RecordAt(st, st->page, 0);
     p.options = 2;
     st->visits = 0;

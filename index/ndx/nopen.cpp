@@ -37,7 +37,7 @@ int16_t CheckHeader(NdxState* st) {
   st->keyType = keyType;
   st->group = group;
   st->unique = h[kUniqueOffset] & 1;
-  st->half = uint8_t(perBlock / 2);
+  st->half = uint16_t(perBlock / 2);
   st->rest = uint8_t(perBlock - st->half);
   st->room = uint8_t(perBlock + st->half + st->half / 2 + st->half / 4);
   return 0;
@@ -60,11 +60,8 @@ int16_t OpenBody(NdxState* st, const char* name, uint16_t mode, int16_t h, bool*
   st->status = 0;
   st->freeHead = 0;
   st->headerChanged = 0;
-  void* p = nullptr;
-  KX_TRY(MemAllocLocked(&st->keyBlock, &p, uint32_t(st->keyLength) + 1));
-  st->key = static_cast<uint8_t*>(p);
-  KX_TRY(ix::CacheOpen(st, kBlock, StackDepthFor(st->keysPerBlock), kPageBuffers, kMinPageBuffers));
-  st->curRecord = 0;
+  SetShape(st);
+  KX_TRY(ix::TreeOpen(st, kPageBuffers, kMinPageBuffers));
   return uint64_t(st->fileLength) != uint64_t(Next(st)) * kBlock ? int16_t(KX_SIZEWARN) : int16_t(0);
 }
 

@@ -12,12 +12,7 @@
 
 namespace rv::ndx {
 
-void FreeBlocks(NdxState* st) {
-  ix::CacheClose(st);
-  void* p = st->key;
-  MemRelease(&st->keyBlock, &p);
-  st->key = nullptr;
-}
+void FreeBlocks(NdxState* st) { ix::TreeClose(st); }
 
 // The library's close of every handle: the file and the blocks go, freed
 // blocks stay marked free on no chain.
@@ -46,49 +41,6 @@ int16_t WalkExport(int16_t handle, char* key, uint32_t* record, WalkFn run) {
   EndCall(st, s, s >= 0 && st->onKey);
   if (s < 0) return KX_FAIL(s);
   return SetStatus(s);
-}
-
-int16_t NoKey(NdxState* st, char* key, uint32_t* record, int16_t status) {
-  std::memset(key, 0, st->keyType == 0 ? size_t(st->keyLength) + 1 : 8);
-  *record = 0;
-  st->depth = -1;
-  return status;
-}
-
-void WorkKey(const NdxState* st, const char* key, uint32_t record, Probe* p) {
-  if (st->keyType == 0) {
-    const size_t n = strnlen(key, st->keyLength);
-    std::memcpy(p->key, key, n);
-    std::memset(p->key + n, ' ', st->keyLength - n);
-    p->length = st->keyLength;
-    p->mode = 0;
-  } else {
-    std::memcpy(p->key, key, 8);
-    p->length = 8;
-    p->mode = 1;
-  }
-  p->options = st->unique ? 1 : 2;
-  p->record = p->options == 2 ? record : 0xFFFFFFFFu;
-}
-
-void FindKey(const NdxState* st, const char* key, uint32_t record, int options, Probe* p) {
-  p->options = options;
-  p->record = (options & 2) ? record : 0xFFFFFFFFu;
-  if (st->keyType != 0) {
-    std::memcpy(p->key, key, 8);
-    p->length = 8;
-    p->mode = 1;
-    return;
-  }
-  const size_t n = strnlen(key, st->keyLength);
-  std::memcpy(p->key, key, n);
-  p->length = int(n);
-  p->mode = 0;
-  if (options & 2) {
-    std::memset(p->key + n, ' ', st->keyLength - n);
-    p->length = st->keyLength;
-  }
-  if ((options & 4) && std::memchr(p->key, '?', size_t(p->length))) p->mode = 8;
 }
 
 int16_t DateKey(double* key, const char* date, uint16_t style) {
