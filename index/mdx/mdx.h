@@ -16,6 +16,7 @@
 
 #include <cstdint>
 #include <cstring>
+#include <vector>
 
 #include "index/common/dbtree.h"
 #include "kxcore.h"
@@ -128,6 +129,13 @@ void FreeBlocks(MdxState* st);
 int16_t Allocate(MdxState* st, uint32_t* page);
 // Puts a cached block on the free list.
 int16_t Release(MdxState* st, uint32_t page);
+// Every block of the current tag's tree, root first, each once: -57 when
+// the tree cannot be walked (a block out of range or met twice).
+int16_t CollectTree(MdxState* st, std::vector<uint32_t>* blocks);
+// Puts blocks on the free list at once: each links to the next, the last
+// to the list as it was; st->freePage becomes the first (the caller writes
+// the header).
+int16_t ChainFree(MdxState* st, const std::vector<uint32_t>& blocks);
 // Recomputes the tag-name tree of the tag table (`table` = the 2048 bytes).
 void NameTree(uint8_t* table, int tags);
 // Today's date as YY MM DD (years since 1900).

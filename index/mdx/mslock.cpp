@@ -3,6 +3,8 @@
 // frame of every tag call (the header, the tag's entry and header read anew
 // at each call), the blocks taken from and given back to the file's free
 // list, and the tag-name tree.
+#include <algorithm>
+
 #include "convert/dates.h"
 #include "index/common/keymake.h"
 #include "mdx.h"
@@ -255,6 +257,35 @@ int16_t Release(MdxState* st, uint32_t page) {
   Wr32(st->page + 4, st->freePage);
   st->freePage = page;
   ix::MarkChanged(st, page * kPage, ix::kFreed);
+  return 0;
+}
+
+int16_t CollectTree(MdxState* st, std::vector<uint32_t>* blocks) {
+  std::vector<uint32_t> todo{st->root};
+  while (!todo.empty()) {
+    const uint32_t b = todo.back();
+    todo.pop_back();
+    if (ix::Visit(st) < 0 || ix::PageGet(st, b) < 0) return KX_FAIL(KX_ERR_TAGERASE);
+    blocks->push_back(b);
+    const uint8_t* pg = st->page;
+    if (ix::NodeIsLeaf(st, pg)) continue;
+    const int n = ix::NodeCount(st, pg);
+    for (int i = 0; i <= n; ++i) todo.push_back(ix::ChildAt(st, pg, i));
+  }
+  std::vector<uint32_t> sorted = *blocks;
+  std::sort(sorted.begin(), sorted.end());
+  if (std::adjacent_find(sorted.begin(), sorted.end()) != sorted.end()) return KX_FAIL(KX_ERR_TAGERASE);
+  return 0;
+}
+
+int16_t ChainFree(MdxState* st, const std::vector<uint32_t>& blocks) {
+  uint8_t link[8] = {};
+  for (size_t i = 0; i < blocks.size(); ++i) {
+    Wr32(link + 4, i + 1 < blocks.size() ? blocks[i + 1] : st->freePage);
+    int16_t s = HwriteAt(st->fs.file, blocks[i] * kPage, link, sizeof link, st->flush != 0);
+    if (s < 0) return KX_FAIL(s);
+  }
+  if (!blocks.empty()) st->freePage = blocks.front();
   return 0;
 }
 

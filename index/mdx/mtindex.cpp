@@ -1,0 +1,207 @@
+// KXDMTINDEX: rebuild one tag of an MDX file from every record of a table.
+// Each record's key in its sort form (character keys as they are, or their
+// collating ranks; numbers by sign, exponent and digits; dates by the
+// double's order; all complemented for a descending tag) and its record
+// number are sorted as the NDX build sorts them, the tag's new tree is
+// written bottom-up at the file's end, and its old blocks go on the free
+// list.
+#include "index/common/dbbuild.h"
+#include "mdx.h"
+
+namespace rv::mdx {
+
+// Bytes of sort entries held in memory at once (one run).
+uint32_t g_tagSortBytes = 64u << 20;
+
+namespace {
+
+struct Shape {
+  char type = 'C';
+  uint16_t keyLength = 0;
+  bool descending = false;
+  bool collated = false;
+  uint32_t SortBytes() const { return type == 'C' ? keyLength : type == 'N' ? 12 : 8; }
+  // The stored key follows the record number unless it is its own sort form.
+  bool Kept() const { return type != 'C' || collated || descending; }
+};
+
+// A packed-decimal key as 12 bytes in its order: non-negative values after
+// negative ones, then the exponent (0 for zero), then the digits; negative
+// values complemented.
+void BcdToOrder(const uint8_t* key, uint8_t* out) {
+  const bool negative = (key[1] & 0x80) != 0;
+  const int digits = (key[1] >> 2) & 0x1F;
+  out[0] = 0x80;
+  out[1] = digits ? key[0] : 0;
+  for (int i = 0; i < 10; ++i) {
+    const int first = 2 * i;
+    uint8_t b = key[2 + i];
+    if (first >= digits) b = 0; else if (first + 1 >= digits) b &= 0xF0;
+    out[2 + i] = b;
+  }
+  if (negative)
+    for (int i = 0; i < 12; ++i) out[i] = uint8_t(~out[i]);
+}
+
+class MdxEntries : public ix::EntryMaker {
+ public:
+  MdxEntries(const Shape& shape, const char* expression, int16_t table, int16_t handle, int16_t tag)
+      : shape_(shape), expression_(expression), table_(table), handle_(handle), tag_(tag) {
+    keyBytes = shape.SortBytes();
+    extra = shape.Kept() ? shape.keyLength : 0;
+  }
+  int16_t Prepare(dbf::DbfState* db) override {
+    const ix::KeyPlan plan = ix::PlanKeys(db, expression_);
+    if (plan.field && shape_.type == 'C' && plan.field->type == 'C') {
+      text_ = plan.field;
+    } else if (plan.field && shape_.type == 'N' && (plan.field->type == 'N' || plan.field->type == 'F')) {
+      number_ = plan.fieldNo;
+    } else if (plan.dtos && shape_.type == 'C') {
+      dtos_ = plan.dtos;
+    }
+    viaRecordBuffer = !text_ && !dtos_;
+    return 0;
+  }
+  int16_t Make(dbf::DbfState* db, const uint8_t* rec, uint32_t record, uint8_t* e) override {
+    uint8_t key[kMaxKeyLength + 8];
+    const uint16_t L = shape_.keyLength;
+    if (text_) {
+      ix::CharKey(key, reinterpret_cast<const char*>(rec + text_->offset), text_->width, L);
+    } else if (dtos_) {
+      KX_TRY(ix::DtosKey(*dtos_, rec, dbf::RecLen(db), key, L));
+    } else {
+      std::memcpy(db->rec, rec, dbf::RecLen(db));
+      db->recPos = record;
+      double v = 0.0;
+      if (number_ >= 0 && ix::PlainNumber(rec + db->fields[number_].offset, db->fields[number_].width, &v)) {
+        BcdKey(v, key);
+      } else if (number_ >= 0) {
+        KX_TRY(dbf::FieldGet(db, number_, &v, false));
+        BcdKey(v, key);
+      } else {
+        char* made = nullptr;
+        KX_TRY(KXDMTKMAKE(table_, handle_, tag_, &made));
+        std::memcpy(key, made, L);
+      }
+    }
+    if (shape_.type == 'N') {
+      BcdToOrder(key, e);
+    } else if (shape_.type == 'D') {
+      ix::DoubleToOrder(key, e);
+    } else if (shape_.collated) {
+      for (uint16_t i = 0; i < L; ++i) e[i] = ix::kCollationRank[key[i]];
+    } else {
+      std::memcpy(e, key, L);
+    }
+    if (shape_.descending)
+      for (uint32_t i = 0; i < keyBytes; ++i) e[i] = uint8_t(~e[i]);
+    if (extra) std::memcpy(e + keyBytes + 4, key, L);
+    return 0;
+  }
+
+ private:
+  Shape shape_;
+  const char* expression_;
+  int16_t table_, handle_, tag_;
+  const dbf::Field* text_ = nullptr;
+  const dbf::Field* dtos_ = nullptr;
+  int16_t number_ = -1;
+};
+
+class MdxBuilder final : public ix::TreeBuilder {
+ public:
+  explicit MdxBuilder(const Shape& shape) : shape_(shape) {}
+
+ private:
+  void StoredKey(const uint8_t* entry, uint8_t* key) const override {
+    std::memcpy(key, shape_.Kept() ? entry + shape_.SortBytes() + 4 : entry, shape_.keyLength);
+  }
+  Shape shape_;
+};
+
+// The tag's shape and expression, as the file holds them now.
+int16_t ReadTag(int16_t handle, int16_t tag, Shape* shape, char* expr) {
+  HandleScope hs(handle, KX_KIND_MDX);
+  if (!hs.ok()) return KX_FAIL(hs.status());
+  auto* st = hs.state<MdxState>();
+  int16_t s = ix::ReadOnly(st) ? KX_FAIL(KX_ERR_READONLY) : BeginTag(st, tag);
+  if (s >= 0) {
+    shape->type = char(st->keyType);
+    shape->keyLength = st->keyLength;
+    shape->descending = st->descending != 0;
+    shape->collated = st->keyType == 'C' && g_asciiSort == 0;
+    uint8_t th[kTExpr + kExprMax];
+    s = ReadNow(st, st->tagPage * kPage, th, sizeof th);
+    if (s >= 0) std::memcpy(expr, th + kTExpr, kExprMax);
+  }
+  EndTag(st, s, false);
+  return s < 0 ? KX_FAIL(s) : int16_t(0);
+}
+
+// Writes the new tree, then its root, then frees the old blocks.
+int16_t Replace(int16_t handle, int16_t tag, const Shape& shape, ix::Sorter& so) {
+  HandleScope hs(handle, KX_KIND_MDX);
+  if (!hs.ok()) return KX_FAIL(hs.status());
+  auto* st = hs.state<MdxState>();
+  int16_t s = BeginTag(st, tag);
+  if (s >= 0 && (st->keyType != shape.type || st->keyLength != shape.keyLength)) s = KX_FAIL(KX_ERR_STRUCTURE);
+  std::vector<uint32_t> old;
+  if (s >= 0) s = CollectTree(st, &old);
+  if (s >= 0) {
+    st->depth = -1;
+    MdxBuilder tb(shape);
+    uint32_t root = 0, next = 0;
+    s = tb.Init(st, st->pages, st->pages + st->multiplier, shape.SortBytes());
+    if (s >= 0) s = so.Drain(tb);
+    if (s >= 0) s = tb.Finish(&root, &next);
+    if (s >= 0) {
+      st->pages = next;
+      uint8_t r[4];
+      Wr32(r, root);
+      s = ix::WriteHeader(st, r, st->tagPage * kPage + kTRoot, 4);
+    }
+    if (s >= 0) s = ChainFree(st, old);
+    if (s >= 0) {
+      uint8_t h[8];
+      Wr32(h, st->pages);
+      Wr32(h + 4, st->freePage);
+      s = ix::WriteHeader(st, h, kHPages, 8);
+    }
+    st->cur[tag].record = 0;
+    st->curRecord = 0;
+  }
+  EndTag(st, s, false);
+  // The blocks were written behind the cache.
+  ix::CacheReset(st);
+  return s < 0 ? KX_FAIL(s) : int16_t(0);
+}
+
+int16_t Build(ix::BuildJob& job, int16_t handle, int16_t tag) {
+  Shape shape;
+  char expr[kExprMax + 1] = {};
+  KX_TRY(ReadTag(handle, tag, &shape, expr));
+  KX_TRY(ix::LockTable(job));
+  KX_TRY(ix::OpenWorkFile(job));
+  ix::Sorter so;
+  MdxEntries maker(shape, expr, job.table, handle, tag);
+  KX_TRY(ix::MakeEntries(job.table, so, maker, job.tmp, g_tagSortBytes));
+  return Replace(handle, tag, shape, so);
+}
+
+}  // namespace
+}  // namespace rv::mdx
+
+using namespace rv;
+
+KXEXPORT int16_t KXAPI KXDMTINDEX(int16_t table, int16_t handle, int16_t tag) {
+  KX_ENTER();
+  ix::BuildJob job;
+  job.table = table;
+  int16_t s = mdx::Build(job, handle, tag);
+  // The files are put away with a clear status so that a failure does not stop it.
+  SetStatus(0);
+  int16_t c = ix::EndBuild(job, KXDMCLOSE);
+  if (s < 0) return KX_FAIL(s);
+  if (c < 0) return KX_FAIL(c);
+  return SetStatus(0);
+}
