@@ -52,6 +52,39 @@ void CharKey(uint8_t* out, const char* text, size_t limit, uint16_t keyLength) {
   std::memset(out + n, ' ', keyLength - n);
 }
 
+bool FieldKeys::Plan(dbf::DbfState* db, const char* expression, bool numeric) {
+  const KeyPlan plan = PlanKeys(db, expression);
+  if (plan.field && !numeric && plan.field->type == 'C') {
+    text = plan.field;
+  } else if (plan.field && numeric && (plan.field->type == 'N' || plan.field->type == 'F')) {
+    number = plan.fieldNo;
+  } else if (plan.dtos && !numeric) {
+    dtos = plan.dtos;
+  }
+  return !text && !dtos;
+}
+
+int16_t FieldKeys::Text(dbf::DbfState* db, const uint8_t* rec, uint8_t* key, uint16_t length) const {
+  if (text) {
+    CharKey(key, reinterpret_cast<const char*>(rec + text->offset), text->width, length);
+    return 1;
+  }
+  if (dtos) {
+    KX_TRY(DtosKey(*dtos, rec, dbf::RecLen(db), key, length));
+    return 1;
+  }
+  return 0;
+}
+
+int16_t FieldKeys::Number(dbf::DbfState* db, const uint8_t* rec, uint32_t record, double* value) const {
+  const dbf::Field& f = db->fields[number];
+  if (PlainNumber(rec + f.offset, f.width, value)) return 0;
+  std::memcpy(db->rec, rec, dbf::RecLen(db));
+  db->recPos = record;
+  KX_TRY(dbf::FieldGet(db, number, value, false));
+  return 0;
+}
+
 int16_t TreeBuilder::Init(TreeState* st, uint32_t firstLeaf, uint32_t next, uint32_t keyBytes) {
   st_ = st;
   keyBytes_ = keyBytes;

@@ -20,6 +20,23 @@ bool PlainNumber(const uint8_t* p, size_t width, double* out);
 // bytes), blank-padded to the key length.
 void CharKey(uint8_t* out, const char* text, size_t limit, uint16_t keyLength);
 
+// How a bulk build reads each record's key straight from the record: a
+// bare character field or DTOS( of a date field ) for a character key, a
+// bare numeric field for a numeric key; any other key through key making.
+struct FieldKeys {
+  const dbf::Field* text = nullptr;
+  const dbf::Field* dtos = nullptr;
+  int16_t number = -1;
+  // Picks the way; true when keys go through the table's record buffer.
+  bool Plan(dbf::DbfState* db, const char* expression, bool numeric);
+  // A character key of `length` bytes from the record's bytes: 1 made, 0
+  // when no field gives it.
+  int16_t Text(dbf::DbfState* db, const uint8_t* rec, uint8_t* key, uint16_t length) const;
+  // The numeric field's value: plain text read as it stands, anything else
+  // as the evaluator reads it (the record put in the table's buffer).
+  int16_t Number(dbf::DbfState* db, const uint8_t* rec, uint32_t record, double* value) const;
+};
+
 // Lays sorted entries out bottom-up in the shape of `st`: full leaves, each
 // branch entry the greatest key of the child on its left, full branches,
 // and no branch left with a lone child. Nodes are numbered from `next` on

@@ -310,8 +310,8 @@ static int16_t RunEnd(TreeState* st, char* key, uint32_t* record, bool top) {
   KX_TRY(TakeCurrent(st, key, record));
   return 0;
 }
-int16_t RunTop(TreeState* st, char* key, uint32_t* record) { return RunEnd(st, key, record, true); }
-int16_t RunBottom(TreeState* st, char* key, uint32_t* record) { return RunEnd(st, key, record, false); }
+int16_t RunTop(TreeState* st, char* key, uint32_t* record, int16_t) { return RunEnd(st, key, record, true); }
+int16_t RunBottom(TreeState* st, char* key, uint32_t* record, int16_t) { return RunEnd(st, key, record, false); }
 
 static int16_t RunStep(TreeState* st, char* key, uint32_t* record, bool forward) {
   // No current key, or none left at or below it: nothing moves.
@@ -326,10 +326,10 @@ static int16_t RunStep(TreeState* st, char* key, uint32_t* record, bool forward)
   KX_TRY(TakeCurrent(st, key, record));
   return s == KX_END ? int16_t(KX_END) : int16_t(0);
 }
-int16_t RunNext(TreeState* st, char* key, uint32_t* record) { return RunStep(st, key, record, true); }
-int16_t RunPrev(TreeState* st, char* key, uint32_t* record) { return RunStep(st, key, record, false); }
+int16_t RunNext(TreeState* st, char* key, uint32_t* record, int16_t) { return RunStep(st, key, record, true); }
+int16_t RunPrev(TreeState* st, char* key, uint32_t* record, int16_t) { return RunStep(st, key, record, false); }
 
-int16_t RunCurrent(TreeState* st, char* key, uint32_t* record) {
+int16_t RunCurrent(TreeState* st, char* key, uint32_t* record, int16_t) {
   int16_t s = Refind(st);
   if (s < 0) return KX_FAIL(s);
   if (s == KX_EMPTY) return NoKey(st, key, record, KX_EMPTY);
@@ -581,7 +581,7 @@ int16_t Rebalance(TreeState* st) {
 
 }  // namespace
 
-int16_t Delete(TreeState* st, const Probe& p) {
+int16_t Delete(TreeState* st, const Probe& p, uint32_t) {
   int16_t s = Search(st, p);
   if (s < 0) return KX_FAIL(s);
   if (s == KX_EMPTY) return KX_EMPTY;

@@ -191,12 +191,14 @@ int16_t Refind(TreeState* st);
 // No key to return: an empty key and record 0; `status` (2 or 4).
 int16_t NoKey(TreeState* st, char* key, uint32_t* record, int16_t status);
 
-// The walking exports' bodies over a state whose call has begun.
-int16_t RunTop(TreeState* st, char* key, uint32_t* record);
-int16_t RunBottom(TreeState* st, char* key, uint32_t* record);
-int16_t RunNext(TreeState* st, char* key, uint32_t* record);
-int16_t RunPrev(TreeState* st, char* key, uint32_t* record);
-int16_t RunCurrent(TreeState* st, char* key, uint32_t* record);
+// The walking exports' bodies over a state whose call has begun (only the
+// find takes options).
+using WalkFn = int16_t (*)(TreeState* st, char* key, uint32_t* record, int16_t options);
+int16_t RunTop(TreeState* st, char* key, uint32_t* record, int16_t options);
+int16_t RunBottom(TreeState* st, char* key, uint32_t* record, int16_t options);
+int16_t RunNext(TreeState* st, char* key, uint32_t* record, int16_t options);
+int16_t RunPrev(TreeState* st, char* key, uint32_t* record, int16_t options);
+int16_t RunCurrent(TreeState* st, char* key, uint32_t* record, int16_t options);
 int16_t RunFind(TreeState* st, char* key, uint32_t* record, int16_t options);
 
 // ---- Changes ---------------------------------------------------------------
@@ -204,10 +206,12 @@ int16_t RunFind(TreeState* st, char* key, uint32_t* record, int16_t options);
 // key in front of the equal ones), splitting full nodes on the way up and
 // growing a new root (st->root) when the root splits. Nothing is written:
 // the family commits.
+using ChangeFn = int16_t (*)(TreeState* st, const Probe& p, uint32_t record);
 int16_t Insert(TreeState* st, const Probe& p, uint32_t record);
 // Deletes the work key (with its record number in a non-unique tree): 0,
 // 2 empty, 4 not there. Underfull nodes are merged with a sibling when both
 // fit in one node; a root left with no key gives way to its child.
-int16_t Delete(TreeState* st, const Probe& p);
+// (The record number sought is the probe's.)
+int16_t Delete(TreeState* st, const Probe& p, uint32_t record);
 
 }  // namespace rv::ix

@@ -117,11 +117,13 @@ int16_t WriteTable(MdxState* st, uint8_t* table);
 int16_t Commit(MdxState* st);
 // The end of every tag call: the tree's current key goes back to its tag.
 void EndTag(MdxState* st, int16_t status, bool keepPosition);
-// The walking exports' frame.
-using WalkFn = int16_t (*)(ix::TreeState* st, char* key, uint32_t* record);
-int16_t WalkExport(int16_t handle, int16_t tag, char* key, uint32_t* record, WalkFn run);
+// The walking exports' frame (top, bottom, next, previous, current, find).
+int16_t WalkExport(int16_t handle, int16_t tag, char* key, uint32_t* record, ix::WalkFn run, int16_t options = 0);
+// The changing exports' frame (add, delete): `change` run on the work key
+// within the tag's change, committed when it gives 0.
+int16_t ChangeExport(int16_t handle, int16_t tag, const char* key, uint32_t record, ix::ChangeFn change);
 // Frees the state's blocks (not the slot).
-void FreeBlocks(MdxState* st);
+void ReleaseBlocks(void* state);
 
 // ---- Blocks and the tag table --------------------------------------------------
 // A block from the free list (its page checked) or the end of the file;
@@ -145,8 +147,6 @@ void Today(uint8_t* ymd);
 // The 12-byte packed-decimal key of a number (digits as "%.*g" gives 15
 // significant digits; trailing zeros removed).
 void BcdKey(double value, uint8_t* key);
-// The Julian day number of a date string (a blank date 1.0E100), as the
-// 8-byte double of a date key.
-int16_t JulianKey(double* key, const char* date, uint16_t style);
+
 
 }  // namespace rv::mdx

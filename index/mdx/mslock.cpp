@@ -6,23 +6,18 @@
 #include <algorithm>
 
 #include "convert/dates.h"
-#include "index/common/keymake.h"
+#include "index/common/ixopen.h"
 #include "mdx.h"
 
 namespace rv::mdx {
 
-void FreeBlocks(MdxState* st) { ix::TreeClose(st); }
+void ReleaseBlocks(void* state) { ix::TreeClose(static_cast<MdxState*>(state)); }
 
-// The library's close of every handle: the file and the blocks go.
+// The library's close of every handle.
 static int16_t CloseForTerm(int16_t handle) {
   HandleScope hs(handle, KX_KIND_MDX);
   if (!hs.ok()) return hs.status();
-  auto* st = hs.state<MdxState>();
-  CloseOsFile(st->fs.file);
-  FreeBlocks(st);
-  ix::DropLastKey(KX_KIND_MDX, handle);
-  ReleaseSlot(handle);
-  hs.release();
+  ix::CloseIndex(hs, handle, KX_KIND_MDX, ReleaseBlocks);
   return 0;
 }
 
@@ -188,15 +183,33 @@ void EndTag(MdxState* st, int16_t status, bool keepPosition) {
   ix::EndCall(st, status, keepPosition);
 }
 
-int16_t WalkExport(int16_t handle, int16_t tag, char* key, uint32_t* record, WalkFn run) {
+int16_t WalkExport(int16_t handle, int16_t tag, char* key, uint32_t* record, ix::WalkFn run, int16_t options) {
   KX_ENTER();
   if (!key || !record) return KX_FAIL(KX_ERR_NULL);
   HandleScope hs(handle, KX_KIND_MDX);
   if (!hs.ok()) return KX_FAIL(hs.status());
   auto* st = hs.state<MdxState>();
   int16_t s = BeginTag(st, tag);
-  if (s >= 0) s = run(st, key, record);
+  if (s >= 0) s = run(st, key, record, options);
   EndTag(st, s, s >= 0 && st->onKey);
+  if (s < 0) return KX_FAIL(s);
+  return SetStatus(s);
+}
+
+int16_t ChangeExport(int16_t handle, int16_t tag, const char* key, uint32_t record, ix::ChangeFn change) {
+  KX_ENTER();
+  if (!key) return KX_FAIL(KX_ERR_NULL);
+  HandleScope hs(handle, KX_KIND_MDX);
+  if (!hs.ok()) return KX_FAIL(hs.status());
+  auto* st = hs.state<MdxState>();
+  int16_t s = BeginTagChange(st, tag);
+  if (s >= 0) {
+    ix::Probe p;
+    ix::WorkKey(st, key, record, &p);
+    s = change(st, p, record);
+    if (s == 0) s = Commit(st);
+  }
+  EndTag(st, s, false);
   if (s < 0) return KX_FAIL(s);
   return SetStatus(s);
 }

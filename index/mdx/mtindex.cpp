@@ -51,38 +51,24 @@ class MdxEntries : public ix::EntryMaker {
     extra = shape.Kept() ? shape.keyLength : 0;
   }
   int16_t Prepare(dbf::DbfState* db) override {
-    const ix::KeyPlan plan = ix::PlanKeys(db, expression_);
-    if (plan.field && shape_.type == 'C' && plan.field->type == 'C') {
-      text_ = plan.field;
-    } else if (plan.field && shape_.type == 'N' && (plan.field->type == 'N' || plan.field->type == 'F')) {
-      number_ = plan.fieldNo;
-    } else if (plan.dtos && shape_.type == 'C') {
-      dtos_ = plan.dtos;
-    }
-    viaRecordBuffer = !text_ && !dtos_;
+    viaRecordBuffer = fields_.Plan(db, expression_, shape_.type == 'N');
     return 0;
   }
   int16_t Make(dbf::DbfState* db, const uint8_t* rec, uint32_t record, uint8_t* e) override {
     uint8_t key[kMaxKeyLength + 8];
     const uint16_t L = shape_.keyLength;
-    if (text_) {
-      ix::CharKey(key, reinterpret_cast<const char*>(rec + text_->offset), text_->width, L);
-    } else if (dtos_) {
-      KX_TRY(ix::DtosKey(*dtos_, rec, dbf::RecLen(db), key, L));
-    } else {
+    int16_t made = shape_.type == 'C' ? fields_.Text(db, rec, key, L) : int16_t(0);
+    if (made < 0) return KX_FAIL(made);
+    if (made == 0 && fields_.number >= 0) {
+      double v = 0.0;
+      KX_TRY(fields_.Number(db, rec, record, &v));
+      BcdKey(v, key);
+    } else if (made == 0) {
       std::memcpy(db->rec, rec, dbf::RecLen(db));
       db->recPos = record;
-      double v = 0.0;
-      if (number_ >= 0 && ix::PlainNumber(rec + db->fields[number_].offset, db->fields[number_].width, &v)) {
-        BcdKey(v, key);
-      } else if (number_ >= 0) {
-        KX_TRY(dbf::FieldGet(db, number_, &v, false));
-        BcdKey(v, key);
-      } else {
-        char* made = nullptr;
-        KX_TRY(KXDMTKMAKE(table_, handle_, tag_, &made));
-        std::memcpy(key, made, L);
-      }
+      char* k = nullptr;
+      KX_TRY(KXDMTKMAKE(table_, handle_, tag_, &k));
+      std::memcpy(key, k, L);
     }
     if (shape_.type == 'N') {
       BcdToOrder(key, e);
@@ -103,9 +89,7 @@ class MdxEntries : public ix::EntryMaker {
   Shape shape_;
   const char* expression_;
   int16_t table_, handle_, tag_;
-  const dbf::Field* text_ = nullptr;
-  const dbf::Field* dtos_ = nullptr;
-  int16_t number_ = -1;
+  ix::FieldKeys fields_;
 };
 
 class MdxBuilder final : public ix::TreeBuilder {

@@ -2,6 +2,7 @@
 // record by evaluating the tag's key expression: character values padded
 // to the key length, numbers their packed-decimal key, dates their Julian
 // key in the current date style.
+#include "index/common/datekey.h"
 #include "index/common/keymake.h"
 #include "mdx.h"
 
@@ -35,7 +36,7 @@ int16_t Convert(const void* state, uint16_t type, KXBLOCK* block, void** p) {
       char text[16];
       CopyString(text, sizeof text, static_cast<const char*>(*p));
       double key = 0;
-      KX_TRY(JulianKey(&key, text, g_work.dateStyle));
+      KX_TRY(ix::DateKey(&key, text, g_work.dateStyle, true));
       std::memcpy(*p, &key, 8);  // the value's block holds at least 11 bytes
       return 0;
     }

@@ -1,7 +1,7 @@
 // KXDNCLOSE: close an NDX index handle, first giving back the blocks it
 // freed: the highest live blocks are moved down into freed ones and the
 // file is shortened to the new end.
-#include "index/common/keymake.h"
+#include "index/common/ixopen.h"
 #include "ndx.h"
 
 using namespace rv;
@@ -167,11 +167,7 @@ KXEXPORT int16_t KXAPI KXDNCLOSE(int16_t handle) {
       s = KX_ERR_STRUCTURE;
     }
   }
-  KX_TRY(CloseOsFile(st->fs.file));
-  FreeBlocks(st);
-  ix::DropLastKey(KX_KIND_NDX, handle);
-  ReleaseSlot(handle);
-  hs.release();
+  KX_TRY(ix::CloseIndex(hs, handle, KX_KIND_NDX, ReleaseBlocks));
   if (s < 0) return KX_FAIL(s);
   return SetStatus(0);
 }

@@ -14,6 +14,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "index/common/datekey.h"
 #include "index/common/dbtree.h"
 #include "kxcore.h"
 
@@ -125,15 +126,17 @@ using ix::Refind;
 
 // ---- Frames (nslock.cpp) ----------------------------------------------------------
 void RegisterNdx();
-// The walking exports (top, bottom, next, previous, current): the arguments
-// and the handle checked, `run` bracketed by BeginCall and EndCall (the
-// position kept), the status set and returned.
-using WalkFn = int16_t (*)(ix::TreeState* st, char* key, uint32_t* record);
-int16_t WalkExport(int16_t handle, char* key, uint32_t* record, WalkFn run);
+// The walking exports (top, bottom, next, previous, current, find): the
+// arguments and the handle checked, `run` bracketed by BeginCall and EndCall
+// (the position kept), the status set and returned.
+int16_t WalkExport(int16_t handle, char* key, uint32_t* record, ix::WalkFn run, int16_t options = 0);
+// The changing exports (add, delete): the key checked, `change` run on the
+// work key within BeginChange, committed when it gives 0.
+int16_t ChangeExport(int16_t handle, const char* key, uint32_t record, ix::ChangeFn change);
 // The date key of a date string: a blank date is 1e100, otherwise the day
 // count with every February of 28 days, plus 1721410.
-int16_t DateKey(double* key, const char* date, uint16_t style);
+inline int16_t DateKey(double* key, const char* date, uint16_t style) { return ix::DateKey(key, date, style, false); }
 // Frees the state's blocks (not the slot).
-void FreeBlocks(NdxState* st);
+void ReleaseBlocks(void* state);
 
 }  // namespace rv::ndx

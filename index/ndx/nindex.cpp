@@ -33,42 +33,24 @@ class NdxEntries : public ix::EntryMaker {
     extra = shape.collated ? shape.keyLength : 0;
   }
   int16_t Prepare(dbf::DbfState* db) override {
-    const ix::KeyPlan plan = ix::PlanKeys(db, expression_);
-    if (plan.field && shape_.keyType == 0 && plan.field->type == 'C') {
-      text_ = plan.field;
-    } else if (plan.field && shape_.keyType == 1 && (plan.field->type == 'N' || plan.field->type == 'F')) {
-      number_ = plan.fieldNo;
-    } else if (plan.dtos && shape_.keyType == 0) {
-      dtos_ = plan.dtos;
-    }
-    viaRecordBuffer = !text_ && !dtos_;
+    viaRecordBuffer = fields_.Plan(db, expression_, shape_.keyType == 1);
     return 0;
   }
   int16_t Make(dbf::DbfState* db, const uint8_t* rec, uint32_t record, uint8_t* e) override {
     uint8_t key[kMaxKeyLength + 8];
     const uint16_t L = shape_.keyLength;
-    if (text_) {
-      ix::CharKey(key, reinterpret_cast<const char*>(rec + text_->offset), text_->width, L);
-    } else if (dtos_) {
-      KX_TRY(ix::DtosKey(*dtos_, rec, dbf::RecLen(db), key, L));
-    } else {
+    int16_t made = fields_.Text(db, rec, key, L);
+    if (made < 0) return KX_FAIL(made);
+    if (made == 0 && fields_.number >= 0) {
       double v = 0.0;
-      const dbf::Field* f = number_ >= 0 ? &db->fields[number_] : nullptr;
-      if (f && ix::PlainNumber(rec + f->offset, f->width, &v)) {
-        std::memcpy(key, &v, 8);
-      } else if (f) {
-        // The field's value as the evaluator reads it.
-        std::memcpy(db->rec, rec, dbf::RecLen(db));
-        db->recPos = record;
-        KX_TRY(dbf::FieldGet(db, number_, &v, false));
-        std::memcpy(key, &v, 8);
-      } else {
-        std::memcpy(db->rec, rec, dbf::RecLen(db));
-        db->recPos = record;
-        char* made = nullptr;
-        KX_TRY(KXDNKMAKE(table_, index_, &made));
-        if (shape_.keyType == 0) ix::CharKey(key, made, L, L); else std::memcpy(key, made, 8);
-      }
+      KX_TRY(fields_.Number(db, rec, record, &v));
+      std::memcpy(key, &v, 8);
+    } else if (made == 0) {
+      std::memcpy(db->rec, rec, dbf::RecLen(db));
+      db->recPos = record;
+      char* k = nullptr;
+      KX_TRY(KXDNKMAKE(table_, index_, &k));
+      if (shape_.keyType == 0) ix::CharKey(key, k, L, L); else std::memcpy(key, k, 8);
     }
     if (shape_.keyType == 1) {
       ix::DoubleToOrder(key, e);
@@ -85,9 +67,7 @@ class NdxEntries : public ix::EntryMaker {
   Shape shape_;
   const char* expression_;
   int16_t table_, index_;
-  const dbf::Field* text_ = nullptr;
-  const dbf::Field* dtos_ = nullptr;
-  int16_t number_ = -1;
+  ix::FieldKeys fields_;
 };
 
 // The stored key of a sort entry: the double back from its order, the key
