@@ -98,6 +98,20 @@ void FindKey(const TreeState* st, const char* key, uint32_t record, int options,
   if ((options & 4) && std::memchr(p->key, '?', size_t(p->length))) p->mode = kWild;
 }
 
+// The node at the top of the path, read: its bytes, key count and kind.
+struct Top {
+  const uint8_t* pg;
+  int n;
+  bool leaf;
+};
+static int16_t ReadTop(TreeState* st, Top* t) {
+  KX_TRY(PageGet(st, PageOf(st, st->stack[st->depth].page)));
+  t->pg = st->page;
+  t->n = NodeCount(st, t->pg);
+  t->leaf = NodeIsLeaf(st, t->pg);
+  return 0;
+}
+
 // ---- Search ---------------------------------------------------------------
 // A binary search in each node, equal keys leading into the left subtree
 // (where a branch key's equal is its greatest key), and in a leaf the
@@ -109,10 +123,11 @@ int16_t Search(TreeState* st, const Probe& p) {
   KX_TRY(Push(st, st->root, 0));
   for (;;) {
     PathEntry& top = st->stack[st->depth];
-    KX_TRY(PageGet(st, PageOf(st, top.page)));
-    const uint8_t* pg = st->page;
-    const int n = NodeCount(st, pg);
-    const bool leaf = NodeIsLeaf(st, pg);
+    Top t;
+    KX_TRY(ReadTop(st, &t));
+    const uint8_t* pg = t.pg;
+    const int n = t.n;
+    const bool leaf = t.leaf;
     if (n == 0 && leaf && st->depth == 0) return KX_EMPTY;
     int low = 0, high = n - 1, mid = 0;
     bool equal = false;
@@ -211,14 +226,14 @@ int16_t Push(TreeState* st, uint32_t page, int16_t pos) {
 static int16_t Settle(TreeState* st, bool forward) {
   for (;;) {
     PathEntry& top = st->stack[st->depth];
-    KX_TRY(PageGet(st, PageOf(st, top.page)));
-    const uint8_t* pg = st->page;
-    const int n = NodeCount(st, pg);
-    const bool leaf = NodeIsLeaf(st, pg);
+    Top t;
+    KX_TRY(ReadTop(st, &t));
+    const int n = t.n;
+    const bool leaf = t.leaf;
     if (top.pos == kLast) top.pos = int16_t(leaf ? n - 1 : n);
     if (top.pos >= 0 && top.pos <= (leaf ? n - 1 : n)) {
       if (leaf) return 0;
-      KX_TRY(Push(st, ChildAt(st, pg, top.pos), forward ? 0 : kLast));
+      KX_TRY(Push(st, ChildAt(st, t.pg, top.pos), forward ? 0 : kLast));
       continue;
     }
     if (st->depth == 0) return KX_END;

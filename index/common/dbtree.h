@@ -12,27 +12,19 @@
 #include <cstring>
 
 #include "index/common/dbasecmp.h"
+#include "index/common/le.h"
 #include "index/common/pagecache.h"
 #include "kxcore.h"
 
 namespace rv::ix {
 
-constexpr int kMaxTreeKey = 100;
-
-inline uint16_t Rd16(const uint8_t* p) { return uint16_t(p[0] | p[1] << 8); }
-inline uint32_t Rd32(const uint8_t* p) {
-  return uint32_t(p[0]) | uint32_t(p[1]) << 8 | uint32_t(p[2]) << 16 | uint32_t(p[3]) << 24;
-}
-inline void Wr16(uint8_t* p, uint16_t v) {
-  p[0] = uint8_t(v);
-  p[1] = uint8_t(v >> 8);
-}
-inline void Wr32(uint8_t* p, uint32_t v) {
-  p[0] = uint8_t(v);
-  p[1] = uint8_t(v >> 8);
-  p[2] = uint8_t(v >> 16);
-  p[3] = uint8_t(v >> 24);
-}
+constexpr int kMaxTreeKey = 100;    // bytes of a key
+constexpr int kMaxTreeExpr = 220;   // characters of a key expression
+constexpr int kTreeNameSize = 261;  // the file name kept for information
+// Page buffers of a handle: a change keeps every node it changes until it
+// commits, two or three for every level of the deepest tree.
+constexpr int kTreeBuffers = 128;
+constexpr int kMinTreeBuffers = 16;
 
 // Levels of the descent path for k keys per node: the smallest depth at
 // which nodes holding half a node of keys index 2^31 records.

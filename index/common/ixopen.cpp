@@ -7,6 +7,8 @@ namespace rv::ix {
 
 int16_t OpenIndex(int16_t* handle, const char* name, uint16_t mode, int kind, uint32_t stateSize, OpenBody body,
                   ReleaseBlocks release) {
+  KX_ENTER();
+  if (!handle || !name) return KX_FAIL(KX_ERR_NULL);
   void* state = nullptr;
   int16_t h = -1;
   int16_t a = AllocHandle(&h, kind, &state, stateSize);

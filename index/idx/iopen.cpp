@@ -82,7 +82,5 @@ int16_t OpenBody(void* state, const char* name, uint16_t mode, int16_t h, bool* 
 
 KXEXPORT int16_t KXAPI KXDIOPENX(int16_t* handle, const char* name, uint16_t mode) {
   RegisterIdx();
-  KX_ENTER();
-  if (!handle || !name) return KX_FAIL(KX_ERR_NULL);
   return ix::OpenIndex(handle, name, mode, KX_KIND_IDX, sizeof(IdxState), OpenBody, FreeBlocks);
 }

@@ -35,12 +35,10 @@ constexpr int kMaxTags = 47;
 constexpr uint32_t kEntryBase = 544;       // tag table entry 1
 constexpr uint32_t kEntryBytes = 32;
 constexpr int kTagNameMax = 10;
-constexpr int kExprMax = 220;
-constexpr int kMaxKeyLength = 100;
-constexpr int kNameSize = 261;
+constexpr int kExprMax = ix::kMaxTreeExpr;
+constexpr int kMaxKeyLength = ix::kMaxTreeKey;
+constexpr int kNameSize = ix::kTreeNameSize;
 constexpr uint32_t kMaxPages = 0x800000;   // pages addressable within 32-bit offsets
-constexpr int kPageBuffers = 128;
-constexpr int kMinPageBuffers = 16;
 
 // File header offsets.
 constexpr int kHVersion = 0, kHCreated = 1, kHTable = 4, kHMultiplier = 20, kHBlockBytes = 22,

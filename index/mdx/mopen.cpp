@@ -56,7 +56,7 @@ int16_t OpenBody(void* state, const char* name, uint16_t mode, int16_t h, bool* 
   st->group = kMaxKeyLength + 4;
   st->keysPerBlock = uint16_t((st->blockBytes - 12) / st->group);
   st->fileLength = len;
-  KX_TRY(ix::TreeOpen(st, kPageBuffers, kMinPageBuffers));
+  KX_TRY(ix::TreeOpen(st, ix::kTreeBuffers, ix::kMinTreeBuffers));
   return uint64_t(len) != uint64_t(st->pages) * kPage ? int16_t(KX_SIZEWARN) : int16_t(0);
 }
 
@@ -64,7 +64,5 @@ int16_t OpenBody(void* state, const char* name, uint16_t mode, int16_t h, bool* 
 
 KXEXPORT int16_t KXAPI KXDMOPENX(int16_t* handle, const char* name, uint16_t mode) {
   RegisterMdx();
-  KX_ENTER();
-  if (!handle || !name) return KX_FAIL(KX_ERR_NULL);
   return ix::OpenIndex(handle, name, mode, KX_KIND_MDX, sizeof(MdxState), OpenBody, ReleaseBlocks);
 }

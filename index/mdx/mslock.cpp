@@ -13,15 +13,11 @@ namespace rv::mdx {
 
 void ReleaseBlocks(void* state) { ix::TreeClose(static_cast<MdxState*>(state)); }
 
-// The library's close of every handle.
-static int16_t CloseForTerm(int16_t handle) {
-  HandleScope hs(handle, KX_KIND_MDX);
-  if (!hs.ok()) return hs.status();
-  ix::CloseIndex(hs, handle, KX_KIND_MDX, ReleaseBlocks);
-  return 0;
-}
 
-void RegisterMdx() { RegisterFamily(KX_KIND_MDX, {nullptr, nullptr, CloseForTerm}); }
+// KXDTERM closes the file and frees the blocks.
+void RegisterMdx() {
+  RegisterFamily(KX_KIND_MDX, {nullptr, nullptr, ix::CloseForTerm<KX_KIND_MDX, ReleaseBlocks>});
+}
 
 int16_t ReadNow(MdxState* st, uint32_t offset, void* out, uint32_t count) {
   bool writable = false;

@@ -23,15 +23,11 @@ namespace rv::ndx {
 constexpr uint32_t kBlock = 512;
 constexpr int kHeaderCopy = 248;   // the header bytes kept in the state
 constexpr int kExprOffset = 24;
-constexpr int kExprMax = 220;      // characters of a key expression
+constexpr int kExprMax = ix::kMaxTreeExpr;
 constexpr int kUniqueOffset = 23;
-constexpr int kMaxKeyLength = 100;
-constexpr int kNameSize = 261;
+constexpr int kMaxKeyLength = ix::kMaxTreeKey;
+constexpr int kNameSize = ix::kTreeNameSize;
 constexpr uint32_t kMaxBlocks = 0x800000;  // blocks addressable within 32-bit offsets
-// Page buffers of a handle: a change keeps every block it changes until it
-// commits, two or three for every level of the deepest tree.
-constexpr int kPageBuffers = 128;
-constexpr int kMinPageBuffers = 16;
 constexpr uint8_t kFreeMark = 255;  // first byte of a block on a free chain
 
 using ix::Rd16;

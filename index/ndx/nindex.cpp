@@ -88,17 +88,8 @@ class NdxBuilder final : public ix::TreeBuilder {
 };
 
 int16_t Build(ix::BuildJob& job, const char* name, uint16_t type, char* expression, int16_t length) {
-  // The table stays locked for the whole build.
-  KX_TRY(ix::LockTable(job));
-  // The index is built beside its file, which is written only once the
-  // whole build has succeeded: a build that fails leaves it as it was.
-  KX_TRY(HTempName(name, ".NDX", job.building, sizeof job.building));
-  KX_TRY(KXDNCREATE(job.building, type, expression, length));
-  job.built = true;
-  KX_TRY(ix::OpenWorkFile(job));
-  int16_t s = KXDNOPENX(&job.index, job.building, 0);
-  if (s < 0) return KX_FAIL(s);
-  job.indexOpen = true;
+  KX_TRY(ix::StartBuild(
+      job, name, ".NDX", [&](const char* path) { return KXDNCREATE(path, type, expression, length); }, KXDNOPENX));
 
   Shape shape;
   char expr[kExprMax + 1] = {};

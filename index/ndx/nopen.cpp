@@ -56,7 +56,7 @@ int16_t OpenBody(void* state, const char* name, uint16_t mode, int16_t h, bool* 
   st->freeHead = 0;
   st->headerChanged = 0;
   SetShape(st);
-  KX_TRY(ix::TreeOpen(st, kPageBuffers, kMinPageBuffers));
+  KX_TRY(ix::TreeOpen(st, ix::kTreeBuffers, ix::kMinTreeBuffers));
   return uint64_t(st->fileLength) != uint64_t(Next(st)) * kBlock ? int16_t(KX_SIZEWARN) : int16_t(0);
 }
 
@@ -64,7 +64,5 @@ int16_t OpenBody(void* state, const char* name, uint16_t mode, int16_t h, bool* 
 
 KXEXPORT int16_t KXAPI KXDNOPENX(int16_t* handle, const char* name, uint16_t mode) {
   RegisterNdx();
-  KX_ENTER();
-  if (!handle || !name) return KX_FAIL(KX_ERR_NULL);
   return ix::OpenIndex(handle, name, mode, KX_KIND_NDX, sizeof(NdxState), OpenBody, ReleaseBlocks);
 }

@@ -10,16 +10,11 @@ namespace rv::ndx {
 
 void ReleaseBlocks(void* state) { ix::TreeClose(static_cast<NdxState*>(state)); }
 
-// The library's close of every handle: the file and the blocks go, freed
-// blocks stay marked free on no chain.
-static int16_t CloseForTerm(int16_t handle) {
-  HandleScope hs(handle, KX_KIND_NDX);
-  if (!hs.ok()) return hs.status();
-  ix::CloseIndex(hs, handle, KX_KIND_NDX, ReleaseBlocks);
-  return 0;
-}
 
-void RegisterNdx() { RegisterFamily(KX_KIND_NDX, {nullptr, nullptr, CloseForTerm}); }
+// KXDTERM closes the file and frees the blocks (freed blocks stay marked free, on no chain).
+void RegisterNdx() {
+  RegisterFamily(KX_KIND_NDX, {nullptr, nullptr, ix::CloseForTerm<KX_KIND_NDX, ReleaseBlocks>});
+}
 
 int16_t WalkExport(int16_t handle, char* key, uint32_t* record, ix::WalkFn run, int16_t options) {
   KX_ENTER();
