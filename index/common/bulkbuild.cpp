@@ -431,4 +431,12 @@ int16_t EndBuild(BuildJob& job, int16_t(KXAPI* close)(int16_t)) {
   return first;
 }
 
+int16_t FinishBuild(BuildJob& job, int16_t built, int16_t(KXAPI* close)(int16_t)) {
+  SetStatus(0);
+  const int16_t c = EndBuild(job, close);
+  if (built < 0) return KX_FAIL(built);
+  if (c < 0) return KX_FAIL(c);
+  return SetStatus(0);
+}
+
 }  // namespace rv::ix

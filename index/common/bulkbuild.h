@@ -184,5 +184,9 @@ int16_t CopyInto(int16_t from, const char* name);
 // the index built beside its file and unlocks the table, whatever happened
 // before. Returns the first failure of these steps.
 int16_t EndBuild(BuildJob& job, int16_t(KXAPI* close)(int16_t));
+// The end of a build export whose build gave `built`: the files put away
+// with a clear status (so that a failure does not stop it), then the
+// build's failure, or the put-away's, or 0.
+int16_t FinishBuild(BuildJob& job, int16_t built, int16_t(KXAPI* close)(int16_t));
 
 }  // namespace rv::ix

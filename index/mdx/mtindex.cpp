@@ -181,11 +181,5 @@ KXEXPORT int16_t KXAPI KXDMTINDEX(int16_t table, int16_t handle, int16_t tag) {
   KX_ENTER();
   ix::BuildJob job;
   job.table = table;
-  int16_t s = mdx::Build(job, handle, tag);
-  // The files are put away with a clear status so that a failure does not stop it.
-  SetStatus(0);
-  int16_t c = ix::EndBuild(job, KXDMCLOSE);
-  if (s < 0) return KX_FAIL(s);
-  if (c < 0) return KX_FAIL(c);
-  return SetStatus(0);
+  return ix::FinishBuild(job, mdx::Build(job, handle, tag), KXDMCLOSE);
 }

@@ -131,11 +131,5 @@ KXEXPORT int16_t KXAPI KXDNINDEX(int16_t table, const char* name, uint16_t type,
   if (!name || !expression) return KX_FAIL(KX_ERR_NULL);
   ix::BuildJob job;
   job.table = table;
-  int16_t s = Build(job, name, type, expression, length);
-  // The files are put away with a clear status so that a failure does not stop it.
-  SetStatus(0);
-  int16_t c = ix::EndBuild(job, KXDNCLOSE);
-  if (s < 0) return KX_FAIL(s);
-  if (c < 0) return KX_FAIL(c);
-  return SetStatus(0);
+  return ix::FinishBuild(job, Build(job, name, type, expression, length), KXDNCLOSE);
 }
