@@ -48,6 +48,7 @@ int16_t OpenBody(void* state, const char* name, uint16_t mode, int16_t h, bool* 
   st->keyAt = 4;
   st->byteCount = 0;
   st->leafByLast = 1;
+  st->fileLength = len;
   KX_TRY(LoadHead(st));
   KX_TRY(CheckTags(st));
   CopyString(st->name, sizeof st->name, name);
@@ -55,7 +56,6 @@ int16_t OpenBody(void* state, const char* name, uint16_t mode, int16_t h, bool* 
   st->keyLength = kMaxKeyLength;
   st->group = kMaxKeyLength + 4;
   st->keysPerBlock = uint16_t((st->blockBytes - 12) / st->group);
-  st->fileLength = len;
   KX_TRY(ix::TreeOpen(st, ix::kTreeBuffers, ix::kMinTreeBuffers));
   return uint64_t(len) != uint64_t(st->pages) * kPage ? int16_t(KX_SIZEWARN) : int16_t(0);
 }

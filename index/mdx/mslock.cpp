@@ -43,11 +43,11 @@ int16_t CheckHead(const uint8_t* h, uint32_t fileLength) {
   return 0;
 }
 
-int16_t LoadHead(MdxState* st) {
-  KX_TRY(ReadNow(st, 0, st->head, kHeadBytes));
-  uint32_t len = 0;
-  KX_TRY(Hlen(st->fs.file, &len));
-  KX_TRY(CheckHead(st->head, len));
+// The header's fields from its first 48 bytes, checked.
+static int16_t TakeHead(MdxState* st) {
+  // The length as the last call found it: a file cut shorter since fails
+  // the reads that follow.
+  KX_TRY(CheckHead(st->head, st->fileLength));
   // The multiplier is fixed for the file: the cache's pages are its blocks.
   if (Rd16(st->head + kHMultiplier) != st->multiplier) return KX_FAIL(KX_ERR_MDXBLOCKSIZE);
   st->tagCount = Rd16(st->head + kHTags);
@@ -55,6 +55,11 @@ int16_t LoadHead(MdxState* st) {
   st->freePage = Rd32(st->head + kHFree);
   st->limit = st->pages;
   return 0;
+}
+
+int16_t LoadHead(MdxState* st) {
+  KX_TRY(ReadNow(st, 0, st->head, kHeadBytes));
+  return TakeHead(st);
 }
 
 int16_t TagShape(MdxState* st, const uint8_t* th) {
@@ -79,11 +84,11 @@ int16_t TagShape(MdxState* st, const uint8_t* th) {
   return 0;
 }
 
-static int16_t TagEntry(MdxState* st, int16_t tag) {
+// The tag's header page from its table entry: -48 no such tag, -54 a page
+// outside the file.
+static int16_t TagPage(MdxState* st, int16_t tag, const uint8_t* entry) {
   if (tag < 1 || tag > st->tagCount) return KX_FAIL(KX_ERR_TAGNO);
-  uint8_t e[kEntryBytes];
-  KX_TRY(ReadNow(st, kEntryBase + uint32_t(tag - 1) * kEntryBytes, e, kEntryBytes));
-  const uint32_t page = Rd32(e);
+  const uint32_t page = Rd32(entry);
   if (page < kFirstBlock || uint64_t(page) + st->multiplier > st->pages) return KX_FAIL(KX_ERR_MDXTAGINDEX);
   st->tagPage = page;
   return 0;
@@ -92,10 +97,27 @@ static int16_t TagEntry(MdxState* st, int16_t tag) {
 int16_t BeginTag(MdxState* st, int16_t tag) {
   st->onKey = 0;
   st->tag = 0;
-  KX_TRY(LoadHead(st));
-  KX_TRY(TagEntry(st, tag));
+  const uint32_t entryAt = kEntryBase + uint32_t(tag >= 1 && tag <= kMaxTags ? tag - 1 : 0) * kEntryBytes;
   uint8_t th[kTagHeadBytes];
-  KX_TRY(ReadNow(st, st->tagPage * kPage, th, kTagHeadBytes));
+  // Everything from the shared view of the file as far as it is known to
+  // reach, else read.
+  bool writable = false;
+  const auto* v = st->fileLength >= kTableBytes
+                      ? static_cast<const uint8_t*>(HView(st->fs.file, st->fileLength, &writable))
+                      : nullptr;
+  if (v) {
+    std::memcpy(st->head, v, kHeadBytes);
+    KX_TRY(TakeHead(st));
+    KX_TRY(TagPage(st, tag, v + entryAt));
+    if (uint64_t(st->tagPage) * kPage + kTagHeadBytes > st->fileLength) return KX_FAIL(KX_ERR_MDXTAGINDEX);
+    std::memcpy(th, v + st->tagPage * kPage, kTagHeadBytes);
+  } else {
+    KX_TRY(LoadHead(st));
+    uint8_t e[4];
+    KX_TRY(ReadNow(st, entryAt, e, sizeof e));
+    KX_TRY(TagPage(st, tag, e));
+    KX_TRY(ReadNow(st, st->tagPage * kPage, th, kTagHeadBytes));
+  }
   KX_TRY(TagShape(st, th));
   // The kept position stands only for the same tag, header page, root, page
   // count and free page, and pages of its path unchanged in the file.

@@ -43,6 +43,47 @@ void BcdToOrder(const uint8_t* key, uint8_t* out) {
     for (int i = 0; i < 12; ++i) out[i] = uint8_t(~out[i]);
 }
 
+// The packed-decimal key of a plain decimal field text (blanks, a minus
+// sign, digits with at most one point, blanks) of at most 15 significant
+// digits: the digits taken as they stand, which is what the number's key
+// holds. False for any other text (the field is then read as a number).
+bool TextKey(const uint8_t* p, size_t width, uint8_t* key) {
+  size_t i = 0;
+  while (i < width && p[i] == ' ') ++i;
+  const bool negative = i < width && p[i] == '-';
+  if (negative) ++i;
+  uint8_t digits[20];
+  int count = 0, whole = -1, lead = 0, seen = 0;
+  for (; i < width && p[i] != ' '; ++i) {
+    if (p[i] == '.' && whole < 0) {
+      whole = seen;
+    } else if (p[i] >= '0' && p[i] <= '9') {
+      ++seen;
+      if (count == 0 && p[i] == '0') {
+        ++lead;
+      } else {
+        if (count == 15) return false;
+        digits[count++] = uint8_t(p[i] - '0');
+      }
+    } else {
+      return false;
+    }
+  }
+  for (; i < width; ++i)
+    if (p[i] != ' ') return false;
+  if (seen == 0) return false;
+  if (whole < 0) whole = seen;
+  while (count > 0 && digits[count - 1] == 0) --count;
+  std::memset(key, 0, 12);
+  key[0] = 0x34;
+  key[1] = 0x01;
+  if (count == 0) return true;
+  key[0] = uint8_t(0x34 + whole - lead);
+  key[1] = uint8_t((negative ? 0x80 : 0) | count << 2 | 0x01);
+  for (int d = 0; d < count; ++d) key[2 + d / 2] |= uint8_t(digits[d] << (d % 2 ? 0 : 4));
+  return true;
+}
+
 class MdxEntries : public ix::EntryMaker {
  public:
   MdxEntries(const Shape& shape, const char* expression, int16_t table, int16_t handle, int16_t tag)
@@ -60,9 +101,12 @@ class MdxEntries : public ix::EntryMaker {
     int16_t made = shape_.type == 'C' ? fields_.Text(db, rec, key, L) : int16_t(0);
     if (made < 0) return KX_FAIL(made);
     if (made == 0 && fields_.number >= 0) {
-      double v = 0.0;
-      KX_TRY(fields_.Number(db, rec, record, &v));
-      BcdKey(v, key);
+      const dbf::Field& f = db->fields[fields_.number];
+      if (!TextKey(rec + f.offset, f.width, key)) {
+        double v = 0.0;
+        KX_TRY(fields_.Number(db, rec, record, &v));
+        BcdKey(v, key);
+      }
     } else if (made == 0) {
       std::memcpy(db->rec, rec, dbf::RecLen(db));
       db->recPos = record;
