@@ -1328,30 +1328,37 @@ KXEXPORT int16_t KXAPI KXDNINDEX(int16_t table, const char *name, uint16_t type,
  *   list is dropped and the file grows instead.
  * - KXDMTINDEX rebuilds one tag from every record of the table (deleted ones
  *   too), bottom-up, as KXDNINDEX builds an NDX file; the tag's old nodes go
- *   on the free list and the new ones are written at the file's end.
+ *   on the free list and the new ones are written at the file's end. The
+ *   work file "stacks.tmp" is made in the current directory and erased on
+ *   every exit. A build that fails after writing new blocks leaves the tag
+ *   as it was; the blocks past the header's page count make the next open
+ *   report 7.
+ * - Multiplier 2 (1024-byte blocks) is dBASE IV's default; some readers
+ *   (Perl's XBase::Index) read only the first 1024 bytes of each block.
  */
 #pragma pack(push, 1)
-/* MDX file information (KXDMINFO). */
+/* MDX file information (KXDMINFO); numbers first, so that every field is
+   aligned although the record is packed. */
 typedef struct KXMDXINFO {
-  char fileName[261];    /* the name given to open */
+  uint32_t pages;        /* pages in the file */
+  uint32_t freePage;     /* first free page, 0 none */
   uint16_t flags;        /* bit 0 read-only, bit 1 shared */
   uint16_t multiplier;   /* pages per block, 1..32 */
   uint16_t blockSize;    /* bytes per block */
   uint16_t production;   /* 1 production index */
   uint16_t tagCount;
-  char tableName[17];    /* NUL-terminated */
   uint8_t created[3];    /* years since 1900, month, day */
   uint8_t updated[3];
-  uint32_t pages;        /* pages in the file */
-  uint32_t freePage;     /* first free page, 0 none */
+  char tableName[17];    /* NUL-terminated */
+  char fileName[261];    /* the name given to open */
 } KXMDXINFO;
 /* MDX tag information (KXDMTINFO). */
 typedef struct KXMDXTAGINFO {
-  char name[11];         /* NUL-terminated */
   uint16_t keyType;      /* 'C', 'N' or 'D' */
   uint16_t keyLength;
   uint16_t options;      /* 0x80 unique, 0x100 descending */
   uint16_t hasFor;       /* 1 when the tag has a FOR condition (written by another program) */
+  char name[11];         /* NUL-terminated */
   char expression[221];  /* NUL-terminated */
   char forExpression[221];
 } KXMDXTAGINFO;
