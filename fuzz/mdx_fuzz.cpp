@@ -149,7 +149,8 @@ void Run(const uint8_t* data, size_t size) {
   int16_t table = -1;
   Call(KXDDOPENX(&table, Path("t.dbf").c_str(), 0x400));
   uint32_t rec = 0;
-  for (const auto& [op, arg] : ops) {
+  for (const auto& step : ops) {
+    const uint8_t op = step.first, arg = step.second;
     const int16_t tag = int16_t((op >> 4) % 5);  // 0 and 4 are often out of range
     KXMDXTAGINFO ti{};
     const bool known = Call(KXDMTINFO(h, tag, &ti)) == 0;
