@@ -123,7 +123,7 @@ int16_t Search(TreeState* st, const Probe& p) {
   KX_TRY(Push(st, st->root, 0));
   for (;;) {
     PathEntry& top = st->stack[st->depth];
-    Top t;
+    Top t{};
     KX_TRY(ReadTop(st, &t));
     const uint8_t* pg = t.pg;
     const int n = t.n;
@@ -226,7 +226,7 @@ int16_t Push(TreeState* st, uint32_t page, int16_t pos) {
 static int16_t Settle(TreeState* st, bool forward) {
   for (;;) {
     PathEntry& top = st->stack[st->depth];
-    Top t;
+    Top t{};
     KX_TRY(ReadTop(st, &t));
     const int n = t.n;
     const bool leaf = t.leaf;
