@@ -364,7 +364,31 @@ int main(int argc, char** argv) {
          char expr[] = "NAME";
          return KXDNCREATE(f, 'C', expr, 20);
        },
-       KXDNKMAKE, KXDNKADD, "KXDNKFIND"}};
+       KXDNKMAKE, KXDNKADD, "KXDNKFIND"},
+      // MDX: one file per key, its one tag built, searched, walked and added to.
+      {"MDX ", ".mdx",
+       [](int16_t t, const char* f, char type, const char* e, int16_t len, int16_t) {
+         int16_t h = -1;
+         int16_t s = KXDMCREATE(f, 2, 0, "PEOPLE");
+         if (s == 0) s = KXDMOPENX(&h, f, 0);
+         if (s == 0) s = KXDMTADD(h, "KEY", uint16_t(type), e, len, nullptr, nullptr);
+         if (s == 0) s = KXDMTINDEX(t, h, 1);
+         if (h >= 0 && s == 0) s = KXDMCLOSE(h);
+         return s;
+       },
+       KXDMOPENX, KXDMCLOSE, [](int16_t h, char* k, uint32_t* r) { return KXDMTKFIND(h, 1, k, r, 0); },
+       [](int16_t h, char* k, uint32_t* r) { return KXDMTKTOP(h, 1, k, r); },
+       [](int16_t h, char* k, uint32_t* r) { return KXDMTKNEXT(h, 1, k, r); },
+       [](const char* f) {
+         int16_t h = -1;
+         int16_t s = KXDMCREATE(f, 2, 0, "FRESH");
+         if (s == 0) s = KXDMOPENX(&h, f, 0);
+         if (s == 0) s = KXDMTADD(h, "NAME", 'C', "NAME", 20, nullptr, nullptr);
+         if (h >= 0 && s == 0) s = KXDMCLOSE(h);
+         return s;
+       },
+       [](int16_t t, int16_t h, char** k) { return KXDMTKMAKE(t, h, 1, k); },
+       [](int16_t h, const char* k, uint32_t r) { return KXDMTKADD(h, 1, k, r); }, "KXDMTKFIND"}};
   auto file = [](const Family& fam, const char* base) { return std::string(base) + fam.ext; };
 
   if (want('b')) {
@@ -599,10 +623,23 @@ int main(int argc, char** argv) {
                     o.seconds > 0 ? r.seconds / o.seconds : 0.0);
   }
 
+  // Each MDX step against the same step of NDX.
+  std::printf("\n| MDX step | MDX (s) | NDX (s) | MDX / NDX |\n|---|---:|---:|---:|\n");
+  for (const Row& r : g_rows) {
+    std::string ndx = r.step;
+    const size_t at = ndx.find("MDX "), find = ndx.find("KXDMTKFIND");
+    if (at == std::string::npos && find == std::string::npos) continue;
+    if (at != std::string::npos) ndx.replace(at, 4, "NDX "); else ndx.replace(find, 10, "KXDNKFIND");
+    for (const Row& o : g_rows)
+      if (o.step == ndx)
+        std::printf("| %s | %.3f | %.3f | %.2f |\n", r.step.c_str(), r.seconds, o.seconds,
+                    o.seconds > 0 ? r.seconds / o.seconds : 0.0);
+  }
+
   std::printf("\n| index file | bytes |\n|---|---:|\n");
   for (const char* f : {"name.ntx", "name.ndx", "names.idx", "namec.idx", "amount.ntx", "amount.ndx", "amounts.idx",
                         "amountc.idx", "born.ntx", "born.ndx", "borns.idx", "bornc.idx", "fresh.ntx", "fresh.ndx",
-                        "freshs.idx", "freshc.idx"}) {
+                        "freshs.idx", "freshc.idx", "name.mdx", "amount.mdx", "born.mdx", "fresh.mdx"}) {
     std::error_code e;
     const auto bytes = fs::file_size(f, e);
     if (!e) std::printf("| %s | %ju |\n", f, uintmax_t(bytes));
@@ -617,7 +654,8 @@ int main(int argc, char** argv) {
                           "fresh.dbf", "fresh.ntx", "floor_e.dbf", "names.idx", "namec.idx", "amounts.idx",
                           "amountc.idx", "borns.idx", "bornc.idx", "freshs.dbf", "freshc.dbf", "freshs.idx",
                           "freshc.idx", "memo.fpt", "floor.fpt", "memo.dbt", "memox.dbt", "floor.dbt", "fresh.ntx.dbf",
-                          "name.ndx", "amount.ndx", "born.ndx", "fresh.ndx.dbf", "fresh.ndx"})
+                          "name.ndx", "amount.ndx", "born.ndx", "fresh.ndx.dbf", "fresh.ndx", "name.mdx", "amount.mdx",
+                          "born.mdx", "fresh.mdx.dbf", "fresh.mdx"})
       fs::remove(scratch / f, ec);
   }
   return 0;

@@ -1251,6 +1251,178 @@ KXEXPORT int16_t KXAPI KXDNINDEX(int16_t table, const char *name, uint16_t type,
                                  int16_t length);
 /* ---- end of NDX indexes ---------------------------------------------------- */
 
+/* ---- MDX multiple-tag indexes ----------------------------------------------- */
+/*
+ * MDX files (dBASE IV): one file of 512-byte pages holding up to 47 tags,
+ * each with its own key expression and B+ tree of blocks of N pages (N, the
+ * block multiplier, 1 to 32, fixed at create). Pages 0-3 are the file
+ * header and the tag table; tag headers and tree nodes are blocks taken
+ * from the file's free list (kept in the header, reused first) or from its
+ * end. Tags are numbered from 1 in table order; removing a tag moves the
+ * later tags down one number. A handle (kind 5) is the file; KXDMT exports
+ * take the handle and a tag number (-48 when it is not 1..tag count).
+ *
+ * Keys: character keys (1..100 bytes, blank-padded; compared as NDX keys
+ * are, by RVDB4XX.INI's asciisort), numeric keys the 12-byte packed decimal
+ * form (KXDMKNUM; they compare as numbers: sign, then magnitude, zero below
+ * every positive value), date keys an 8-byte double holding the Julian day
+ * number (KXDMKDATE; a blank date is 1.0E100, after every date). A
+ * descending tag keeps its keys in descending order in the file; equal keys
+ * are in record-number order (a unique tag keeps a repeated key in front of
+ * the equal ones, as NDX does). Key buffers passed out are key length + 1
+ * bytes for character keys (NUL-terminated), 12 for numeric and 8 for date
+ * keys; keys passed in are read likewise (character keys up to their NUL).
+ *
+ * Tag key operations follow the NDX exports of the same name (statuses,
+ * positions, the current key kept per tag, options of KXDMTKFIND): top,
+ * bottom, next, previous, current, find, add, delete. Each tag has its own
+ * current key, kept by tag number.
+ *
+ * Sharing: every call reads the file header, the tag's table entry and its
+ * tag header anew (through a shared view of the file where there is one),
+ * so tags that other handles or processes added, removed or changed are
+ * seen. A handle keeps its position in a tag from one call to the next only
+ * while the tag number, its header page, its root, the file's page count
+ * and free page and every block of the position's path are byte for byte
+ * unchanged in the file. A change reads and checks every block it needs
+ * before it writes anything; its blocks, then the tag's root and the file
+ * header's page count and free page, are written when it is complete.
+ *
+ * Choices made here:
+ * - KXDMCREATE writes version 2, today's date (years since 1900) as both the
+ *   creation and the last update date, the table name in upper case, and no
+ *   tags. With the production flag it also sets byte 28 of the table's
+ *   header (the file beside the index with the extension .DBF, .dbf when the
+ *   index's extension is in lower case) to 1; a table that cannot be opened
+ *   gives -46 (the index is made all the same). KXDDOPENX only checks that
+ *   byte (0 or 1, else -35) and opens no index: the host opens the
+ *   production index itself. The per-field production flags (byte 31 of the
+ *   field descriptors) are not set.
+ * - KXDMTADD takes the key type 'C', 'N' or 'D' (any case), plus 0x80 for a
+ *   unique tag and 0x100 for a descending one; the length is used for 'C'
+ *   only. Tag names are 1 to 10 letters, digits or '_' (stored upper case).
+ *   The expression is stored as given, in upper case and without blanks. A
+ *   FOR condition is not evaluated by this library: a non-empty one is
+ *   refused with -7 (pass null or ""). Key making evaluates the tag's
+ *   expression; a value whose type does not match the tag's key type gives
+ *   -7.
+ * - The new tag's header block and empty root leaf come from the free list
+ *   or the file's end. KXDMTDEL frees the tag's header and every node of its
+ *   tree (pushed on the free list), removes its table entry (later entries
+ *   move up) and rebuilds the tag-name tree; a tree that cannot be walked
+ *   (a block out of range or met twice, a cycle) gives -57 and changes
+ *   nothing.
+ * - Open checks, in order: mode (-18), file shorter than its header or
+ *   version not 2 (-19), multiplier not 1..32 (-49), block size not the
+ *   multiplier's (-51), marker bytes 25 '0' (-52) and 26 ' ' (-53), tag count
+ *   above 47 (-50), page count or free page out of range (-25), then for each
+ *   tag: its header page out of range (-54), its type byte (-55), its header
+ *   (-22 type, -23 key length, -24 item length, -26 keys per node, -55
+ *   format byte, -25 root). 7 when the file's length is not page count x 512.
+ *   Tag calls check the tag they use the same way.
+ * - A block that cannot be a node (key count above the keys per node), a
+ *   child outside the file or on the path already, or a walk that enters
+ *   more blocks than the file holds gives -6; nothing is read or written
+ *   outside a block. A free-list page that is not a block of the file, is
+ *   the root or a tag header, or lies on the change's path is not taken: the
+ *   list is dropped and the file grows instead.
+ * - KXDMTINDEX rebuilds one tag from every record of the table (deleted ones
+ *   too), bottom-up, as KXDNINDEX builds an NDX file; the tag's old nodes go
+ *   on the free list and the new ones are written at the file's end. The
+ *   work file "stacks.tmp" is made in the current directory and erased on
+ *   every exit. A build that fails after writing new blocks leaves the tag
+ *   as it was; the blocks past the header's page count make the next open
+ *   report 7.
+ * - Multiplier 2 (1024-byte blocks) is dBASE IV's default; some readers
+ *   (Perl's XBase::Index) read only the first 1024 bytes of each block.
+ */
+#pragma pack(push, 1)
+/* MDX file information (KXDMINFO); numbers first, so that every field is
+   aligned although the record is packed. */
+typedef struct KXMDXINFO {
+  uint32_t pages;        /* pages in the file */
+  uint32_t freePage;     /* first free page, 0 none */
+  uint16_t flags;        /* bit 0 read-only, bit 1 shared */
+  uint16_t multiplier;   /* pages per block, 1..32 */
+  uint16_t blockSize;    /* bytes per block */
+  uint16_t production;   /* 1 production index */
+  uint16_t tagCount;
+  uint8_t created[3];    /* years since 1900, month, day */
+  uint8_t updated[3];
+  char tableName[17];    /* NUL-terminated */
+  char fileName[261];    /* the name given to open */
+} KXMDXINFO;
+/* MDX tag information (KXDMTINFO). */
+typedef struct KXMDXTAGINFO {
+  uint16_t keyType;      /* 'C', 'N' or 'D' */
+  uint16_t keyLength;
+  uint16_t options;      /* 0x80 unique, 0x100 descending */
+  uint16_t hasFor;       /* 1 when the tag has a FOR condition (written by another program) */
+  char name[11];         /* NUL-terminated */
+  char expression[221];  /* NUL-terminated */
+  char forExpression[221];
+} KXMDXTAGINFO;
+#pragma pack(pop)
+
+/* Create an MDX file with no tags (not opened): block multiplier 1..32,
+   production 0 or 1, table name 1..8 characters. 0, -21, -14 (empty name,
+   table name), -49, -12 (production flag), -46, -1. */
+KXEXPORT int16_t KXAPI KXDMCREATE(const char *name, int16_t multiplier, int16_t production, const char *table);
+/* Open (mode as KXDNOPENX). 0, 7, -21, -8, -18, -46, -2, -19, -49, -51, -52,
+   -53, -50, -25, -54, -55, -22, -23, -24, -26, -3; *handle is -1 on failure. */
+KXEXPORT int16_t KXAPI KXDMOPENX(int16_t *handle, const char *name, uint16_t mode);
+/* Close. 0, -13. */
+KXEXPORT int16_t KXAPI KXDMCLOSE(int16_t handle);
+/* File information as the file holds it now. 0, -13, -21, -2 and open's
+   header codes. */
+KXEXPORT int16_t KXAPI KXDMINFO(int16_t handle, KXMDXINFO *info);
+/* Re-read the file header and length; forgets the kept positions. 0, -13,
+   -2 and open's header codes. */
+KXEXPORT int16_t KXAPI KXDMHGET(int16_t handle);
+/* Add a tag (see above) with an empty tree; *tag (may be null) gets its
+   number. 0, -21, -7 (FOR), -12 (name bad or already a tag), -22, -23
+   (length, expression empty or over 220), -8 (47 tags), -36, -13, -1, -2. */
+KXEXPORT int16_t KXAPI KXDMTADD(int16_t handle, const char *name, uint16_t type, const char *expression,
+                                int16_t length, const char *forExpression, int16_t *tag);
+/* Remove a tag and free its blocks. 0, -48, -57, -36, -13, -1, -2. */
+KXEXPORT int16_t KXAPI KXDMTDEL(int16_t handle, int16_t tag);
+/* The number of the tag of this name (any case). 0, -50 none, -21, -13. */
+KXEXPORT int16_t KXAPI KXDMTFIND(int16_t handle, const char *name, int16_t *tag);
+/* Describe a tag. 0, -48, -21, -13 and the tag header codes. */
+KXEXPORT int16_t KXAPI KXDMTINFO(int16_t handle, int16_t tag, KXMDXTAGINFO *info);
+/* Key operations of one tag, as the NDX exports of the same name. */
+KXEXPORT int16_t KXAPI KXDMTKTOP(int16_t handle, int16_t tag, char *key, uint32_t *record);
+KXEXPORT int16_t KXAPI KXDMTKBOT(int16_t handle, int16_t tag, char *key, uint32_t *record);
+KXEXPORT int16_t KXAPI KXDMTKNEXT(int16_t handle, int16_t tag, char *key, uint32_t *record);
+KXEXPORT int16_t KXAPI KXDMTKPREV(int16_t handle, int16_t tag, char *key, uint32_t *record);
+KXEXPORT int16_t KXAPI KXDMTKCUR(int16_t handle, int16_t tag, char *key, uint32_t *record);
+KXEXPORT int16_t KXAPI KXDMTKFIND(int16_t handle, int16_t tag, char *key, uint32_t *record, int16_t options);
+KXEXPORT int16_t KXAPI KXDMTKADD(int16_t handle, int16_t tag, const char *key, uint32_t record);
+KXEXPORT int16_t KXAPI KXDMTKDEL(int16_t handle, int16_t tag, const char *key, uint32_t record);
+/* Compare two whole keys as the tag orders them (descending tags reversed):
+   *result negative, 0 or positive. 0, -21, -48, -13. */
+KXEXPORT int16_t KXAPI KXDMTKCMP(int16_t handle, int16_t tag, const void *a, const void *b, int16_t *result);
+/* Make the tag's key of the table's current record (the tag's expression
+   evaluated; a character value blank-padded to the key length, a number
+   its packed decimal key, a date its Julian key in the current date style).
+   KXDMTKMAKE returns it in a block the library owns, valid until the next
+   KXDMTKMAKE or the close of that MDX handle (null on failure); KXDMTKMAKEH
+   returns the block itself, freed by the caller with _KXMFREE (all ones on
+   failure). 0, -7, -13, -21, -48. */
+KXEXPORT int16_t KXAPI KXDMTKMAKE(int16_t table, int16_t handle, int16_t tag, char **key);
+KXEXPORT int16_t KXAPI KXDMTKMAKEH(int16_t table, int16_t handle, int16_t tag, KXBLOCK *block);
+/* Numeric key: the 12-byte packed decimal form of a number (15 significant
+   digits). 0, -21. */
+KXEXPORT int16_t KXAPI KXDMKNUM(char *key, double number);
+/* Date key: the Julian day number of a date string in `style` as an 8-byte
+   double; a blank date gives 1.0E100. 0, -21, -12, -15. */
+KXEXPORT int16_t KXAPI KXDMKDATE(char *key, const char *date, uint16_t style);
+/* Rebuild a tag from every record of the table (see above). The table is
+   locked (KXDDLOCK function 2) for the build unless this handle already
+   held that lock. 0, -13, -21, -48, -37, -36, -3, -1, -2, -4, -7. */
+KXEXPORT int16_t KXAPI KXDMTINDEX(int16_t table, int16_t handle, int16_t tag);
+/* ---- end of MDX indexes ---------------------------------------------------- */
+
 #ifdef __cplusplus
 }
 #endif

@@ -351,6 +351,23 @@ int16_t MakeEntries(int16_t table, Sorter& so, EntryMaker& maker, int16_t tmpFil
 
 // ---- The build's files ---------------------------------------------------------
 
+int16_t StartBuild(BuildJob& job, const char* name, const char* extension,
+                   const std::function<int16_t(const char* path)>& create,
+                   int16_t(KXAPI* open)(int16_t*, const char*, uint16_t)) {
+  // The table stays locked for the whole build.
+  KX_TRY(LockTable(job));
+  // The index is built beside its file, which is written only once the
+  // whole build has succeeded: a build that fails leaves it as it was.
+  KX_TRY(HTempName(name, extension, job.building, sizeof job.building));
+  KX_TRY(create(job.building));
+  job.built = true;
+  KX_TRY(OpenWorkFile(job));
+  int16_t s = open(&job.index, job.building, 0);
+  if (s < 0) return KX_FAIL(s);
+  job.indexOpen = true;
+  return 0;
+}
+
 int16_t LockTable(BuildJob& job) {
   bool held = false;
   {
@@ -412,6 +429,14 @@ int16_t EndBuild(BuildJob& job, int16_t(KXAPI* close)(int16_t)) {
   if (job.built) step(Herase(job.building));
   if (job.locked) step(KXDDUNLOCK(job.table, 2, nullptr));
   return first;
+}
+
+int16_t FinishBuild(BuildJob& job, int16_t built, int16_t(KXAPI* close)(int16_t)) {
+  SetStatus(0);
+  const int16_t c = EndBuild(job, close);
+  if (built < 0) return KX_FAIL(built);
+  if (c < 0) return KX_FAIL(c);
+  return SetStatus(0);
 }
 
 }  // namespace rv::ix

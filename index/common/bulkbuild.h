@@ -11,6 +11,7 @@
 
 #include <cstdint>
 #include <cstring>
+#include <functional>
 
 #include "dbf/dbf.h"
 #include "kxcore.h"
@@ -166,6 +167,12 @@ struct BuildJob {
   char building[261];          // where the new index is built
 };
 
+// The start of a build into a new file beside `name` (the first free
+// "<number><extension>"): the table locked, the new file made by `create`,
+// the work file made, the new file opened by `open` as the job's index.
+int16_t StartBuild(BuildJob& job, const char* name, const char* extension,
+                   const std::function<int16_t(const char* path)>& create,
+                   int16_t(KXAPI* open)(int16_t*, const char*, uint16_t));
 // Locks the whole table for the build; a lock the handle already holds is
 // left to the host (the header is then read again).
 int16_t LockTable(BuildJob& job);
@@ -177,5 +184,9 @@ int16_t CopyInto(int16_t from, const char* name);
 // the index built beside its file and unlocks the table, whatever happened
 // before. Returns the first failure of these steps.
 int16_t EndBuild(BuildJob& job, int16_t(KXAPI* close)(int16_t));
+// The end of a build export whose build gave `built`: the files put away
+// with a clear status (so that a failure does not stop it), then the
+// build's failure, or the put-away's, or 0.
+int16_t FinishBuild(BuildJob& job, int16_t built, int16_t(KXAPI* close)(int16_t));
 
 }  // namespace rv::ix

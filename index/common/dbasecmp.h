@@ -41,6 +41,25 @@ inline int CompareNumber(const uint8_t* a, const uint8_t* b) {
   return x < y ? -1 : x > y ? 1 : 0;
 }
 
+// MDX numeric keys: 12 bytes of packed decimal (byte 0 the exponent + 52,
+// byte 1 the sign in bit 7 and the digit count in bits 2-6, then the digits
+// two to a byte). The sign first; then the exponent, taken as 0 for a zero
+// (no digits) so that zero sorts below every positive value; then the
+// digits; negative values in reverse.
+inline int CompareBcd(const uint8_t* a, const uint8_t* b) {
+  const bool na = (a[1] & 0x80) != 0, nb = (b[1] & 0x80) != 0;
+  if (na != nb) return na ? -1 : 1;
+  const int da = (a[1] >> 2) & 0x1F, db = (b[1] >> 2) & 0x1F;
+  const int ea = da ? a[0] : 0, eb = db ? b[0] : 0;
+  int r = ea < eb ? -1 : ea > eb ? 1 : 0;
+  if (r == 0) {
+    size_t bytes = size_t(((da > db ? da : db) + 1) / 2);
+    if (bytes > 10) bytes = 10;
+    r = std::memcmp(a + 2, b + 2, bytes);
+  }
+  return na ? -r : r;
+}
+
 // '?' in the search key `a` matches any byte; otherwise unsigned bytes.
 inline int CompareWild(const uint8_t* a, const uint8_t* b, size_t len) {
   for (size_t i = 0; i < len; ++i)

@@ -8,7 +8,7 @@ static uint32_t TableBytes(int buffers) {
 }
 
 static inline uint8_t* BufferOf(const PagedState* st, int i) {
-  return st->pagesAt + (size_t(i) << st->pageShift);
+  return st->pagesAt + size_t(i) * st->pageSize;
 }
 // As many chains as buffers (a power of two): pages that follow each other
 // in the file fall into different chains.
@@ -16,10 +16,11 @@ static inline int16_t& ChainOf(PagedState* st, uint32_t offset) {
   return st->buckets[(offset >> st->pageShift) & uint32_t(st->buffers - 1)];
 }
 
-int16_t CacheOpen(PagedState* st, uint32_t pageSize, int16_t levels, int want, int least) {
+int16_t CacheOpen(PagedState* st, uint32_t pageSize, int16_t levels, int want, int least, uint32_t align) {
   st->pageSize = pageSize;
   st->pageShift = 0;
-  while ((1u << st->pageShift) < pageSize) ++st->pageShift;
+  if (align == 0) align = pageSize;
+  while ((1u << st->pageShift) < align) ++st->pageShift;
   st->flush = 1;
   st->stackCapacity = levels;
   void* p = nullptr;
@@ -170,7 +171,7 @@ static int16_t ReadPage(PagedState* st, uint32_t offset, uint8_t* buf) {
 }
 
 static bool PageBoundary(const PagedState* st, uint32_t offset) {
-  return offset >= st->pageSize && (offset & (st->pageSize - 1)) == 0;
+  return offset >= (1u << st->pageShift) && (offset & ((1u << st->pageShift) - 1)) == 0;
 }
 
 // A page offset past the known end: the file may have grown since its
@@ -323,7 +324,7 @@ static bool PathUnchanged(PagedState* st) {
 }
 
 int16_t BeginCall(PagedState* st, uint8_t* header, uint32_t from, uint32_t count) {
-  uint8_t now[16];
+  uint8_t now[kMaxWatched];
   if (count > sizeof now) return KX_FAIL(KX_ERR_RANGE);
   bool writable = false;
   const auto* view = static_cast<const uint8_t*>(HView(st->fs.file, from + count, &writable));
@@ -337,6 +338,11 @@ int16_t BeginCall(PagedState* st, uint8_t* header, uint32_t from, uint32_t count
       return KX_FAIL(s);
     }
   }
+  return BeginCallWith(st, header, now, count);
+}
+
+int16_t BeginCallWith(PagedState* st, uint8_t* header, const uint8_t* now, uint32_t count) {
+  if (count > kMaxWatched) return KX_FAIL(KX_ERR_RANGE);
   const bool same = st->kept && std::memcmp(now, header, count) == 0;
   st->kept = 0;
   if (!same || !PathUnchanged(st)) {
@@ -349,7 +355,7 @@ int16_t BeginCall(PagedState* st, uint8_t* header, uint32_t from, uint32_t count
   // A walk or search that enters more pages than the file holds (plus two
   // descents) is going round a damaged tree.
   st->visits = 0;
-  st->visitLimit = (st->fileLength >> st->pageShift) + 2u * uint32_t(st->stackCapacity) + 2;
+  st->visitLimit = st->fileLength / st->pageSize + 2u * uint32_t(st->stackCapacity) + 2;
   if (st->buffers < st->minBuffers || st->buffers <= 0) return KX_FAIL(KX_ERR_MEMLOCK);
   return 0;
 }

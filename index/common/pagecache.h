@@ -51,8 +51,8 @@ struct PathEntry {
 // state block is zero-filled at open and never constructed.
 struct PagedState {
   FileState fs;             // file number and open flags (bit 0 read-only)
-  uint32_t pageSize;        // a power of two
-  uint8_t pageShift;        // its logarithm
+  uint32_t pageSize;        // bytes of a page
+  uint8_t pageShift;        // logarithm of the alignment of pages in the file
   uint8_t kept;             // the header copy and the path's pages are what the last call saw
   uint16_t flush;           // every write is flushed
   uint32_t fileLength;      // the file's length, plus what the change under way added
@@ -84,7 +84,9 @@ struct PagedState {
 // Allocates the path (`levels` entries), the cache table and the page
 // buffers: `want` buffers (a power of two), halved while memory is short,
 // never fewer than `least` (-3). Sets the page size and the flush flag.
-int16_t CacheOpen(PagedState* st, uint32_t pageSize, int16_t levels, int want, int least);
+// Pages start at multiples of `align` (a power of two; 0: the page size,
+// which is then a power of two).
+int16_t CacheOpen(PagedState* st, uint32_t pageSize, int16_t levels, int want, int least, uint32_t align = 0);
 // Frees what CacheOpen allocated; safe on a partial state.
 void CacheClose(PagedState* st);
 // Empties the cache table and forgets the position.
@@ -128,6 +130,10 @@ inline uint32_t FileBytes(const PagedState* st) { return st->fileLength - st->gr
 // a changed header is copied and has the file length read again. Sets the
 // visit limit.
 int16_t BeginCall(PagedState* st, uint8_t* header, uint32_t from, uint32_t count);
+// The same with the watched bytes as the caller read them now (a family
+// whose changing fields lie in several places of the file).
+constexpr uint32_t kMaxWatched = 32;
+int16_t BeginCallWith(PagedState* st, uint8_t* header, const uint8_t* now, uint32_t count);
 // Counts a page entered on the way down; a damaged tree (a cycle, pages
 // shared between subtrees) runs over the limit and gives -6.
 int16_t Visit(PagedState* st);

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <vector>
 
+#include "index/common/le.h"
 #include "index/common/pagecache.h"
 #include "kxcore.h"
 
@@ -35,20 +36,10 @@ using ix::kFreed;
 using ix::ReadOnly;
 using StackEntry = ix::PathEntry;
 
-inline uint16_t Rd16(const uint8_t* p) { return uint16_t(p[0] | p[1] << 8); }
-inline uint32_t Rd32(const uint8_t* p) {
-  return uint32_t(p[0]) | uint32_t(p[1]) << 8 | uint32_t(p[2]) << 16 | uint32_t(p[3]) << 24;
-}
-inline void Wr16(uint8_t* p, uint16_t v) {
-  p[0] = uint8_t(v);
-  p[1] = uint8_t(v >> 8);
-}
-inline void Wr32(uint8_t* p, uint32_t v) {
-  p[0] = uint8_t(v);
-  p[1] = uint8_t(v >> 8);
-  p[2] = uint8_t(v >> 16);
-  p[3] = uint8_t(v >> 24);
-}
+using ix::Rd16;
+using ix::Rd32;
+using ix::Wr16;
+using ix::Wr32;
 // Record numbers and child offsets in node bodies are big-endian.
 inline uint32_t RdBe(const uint8_t* p) {
   return uint32_t(p[0]) << 24 | uint32_t(p[1]) << 16 | uint32_t(p[2]) << 8 | p[3];

@@ -228,14 +228,8 @@ class IdxSink : public ix::EntrySink {
 };
 
 int16_t Build(ix::BuildJob& job, const char* name, uint16_t type, char* expression, int16_t length) {
-  KX_TRY(ix::LockTable(job));
-  KX_TRY(HTempName(name, ".IDX", job.building, sizeof job.building));
-  KX_TRY(KXDICREATE(job.building, type, expression, length));
-  job.built = true;
-  KX_TRY(ix::OpenWorkFile(job));
-  int16_t s = KXDIOPENX(&job.index, job.building, 0);
-  if (s < 0) return KX_FAIL(s);
-  job.indexOpen = true;
+  KX_TRY(ix::StartBuild(
+      job, name, ".IDX", [&](const char* path) { return KXDICREATE(path, type, expression, length); }, KXDIOPENX));
   const char letter = char(type & 0x5F);
   KX_TRY(KXDIKTYPE(job.index, uint16_t(letter)));
   uint16_t keyLength = 0;
@@ -274,10 +268,5 @@ KXEXPORT int16_t KXAPI KXDIINDEX(int16_t table, const char* name, uint16_t type,
   if (!name || !expression) return KX_FAIL(KX_ERR_NULL);
   ix::BuildJob job;
   job.table = table;
-  int16_t s = Build(job, name, type, expression, length);
-  SetStatus(0);
-  int16_t c = ix::EndBuild(job, KXDICLOSE);
-  if (s < 0) return KX_FAIL(s);
-  if (c < 0) return KX_FAIL(c);
-  return SetStatus(0);
+  return ix::FinishBuild(job, Build(job, name, type, expression, length), KXDICLOSE);
 }

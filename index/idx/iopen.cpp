@@ -2,13 +2,15 @@
 #include <cctype>
 
 #include "idx.h"
+#include "index/common/ixopen.h"
 
 using namespace rv;
 using namespace rv::idx;
 
 namespace {
 
-void FreeBlocks(IdxState* st) {
+void FreeBlocks(void* state) {
+  auto* st = static_cast<IdxState*>(state);
   ix::CacheClose(st);
   void* p = st->key;
   MemRelease(&st->keyBlock, &p);
@@ -34,7 +36,8 @@ int16_t ReadExpression(IdxState* st) {
   return 0;
 }
 
-int16_t OpenBody(IdxState* st, const char* name, uint16_t mode, int16_t h, bool* fileOpen) {
+int16_t OpenBody(void* state, const char* name, uint16_t mode, int16_t h, bool* fileOpen) {
+  auto* st = static_cast<IdxState*>(state);
   if (mode & 0x0800) {
     mode = uint16_t(mode + 0x0600);
     if (mode & 0x0100) mode = uint16_t(mode & ~0x0800);
@@ -79,26 +82,5 @@ int16_t OpenBody(IdxState* st, const char* name, uint16_t mode, int16_t h, bool*
 
 KXEXPORT int16_t KXAPI KXDIOPENX(int16_t* handle, const char* name, uint16_t mode) {
   RegisterIdx();
-  KX_ENTER();
-  if (!handle || !name) return KX_FAIL(KX_ERR_NULL);
-  void* state = nullptr;
-  int16_t h = -1;
-  int16_t a = AllocHandle(&h, KX_KIND_IDX, &state, sizeof(IdxState));
-  if (a < 0) {
-    *handle = int16_t(-1);
-    return KX_FAIL(a);
-  }
-  auto* st = static_cast<IdxState*>(state);
-  bool fileOpen = false;
-  int16_t s = OpenBody(st, name, mode, h, &fileOpen);
-  if (s < 0) {
-    if (fileOpen) CloseOsFile(st->fs.file);
-    FreeBlocks(st);
-    FreeHandle(&h);
-    *handle = int16_t(-1);
-    return KX_FAIL(s);
-  }
-  *handle = h;
-  ReleaseHandle(h);
-  return SetStatus(s);
+  return ix::OpenIndex(handle, name, mode, KX_KIND_IDX, sizeof(IdxState), OpenBody, FreeBlocks);
 }

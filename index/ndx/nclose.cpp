@@ -1,7 +1,7 @@
 // KXDNCLOSE: close an NDX index handle, first giving back the blocks it
 // freed: the highest live blocks are moved down into freed ones and the
 // file is shortened to the new end.
-#include "index/common/keymake.h"
+#include "index/common/ixopen.h"
 #include "ndx.h"
 
 using namespace rv;
@@ -58,8 +58,9 @@ int16_t ParentOf(NdxState* st, uint32_t l, uint32_t* parent, int* pos) {
   if (Count(st->page) > 0) {
     Probe p;
     std::memcpy(p.key, KeyAt(st, st->page, 0), st->keyLength);
-    p.length = st->keyType == 0 ? st->keyLength : 8;
-    p.mode = st->keyType == 0 ? 0 : 1;
+    p.length = st->keyLength;
+    p.mode = st->keyMode;
+    p.descending = false;
     p.record = RecordAt(st, st->page, 0);
     p.options = 2;
     st->visits = 0;
@@ -166,11 +167,7 @@ KXEXPORT int16_t KXAPI KXDNCLOSE(int16_t handle) {
       s = KX_ERR_STRUCTURE;
     }
   }
-  KX_TRY(CloseOsFile(st->fs.file));
-  FreeBlocks(st);
-  ix::DropLastKey(KX_KIND_NDX, handle);
-  ReleaseSlot(handle);
-  hs.release();
+  KX_TRY(ix::CloseIndex(hs, handle, KX_KIND_NDX, ReleaseBlocks));
   if (s < 0) return KX_FAIL(s);
   return SetStatus(0);
 }

@@ -1,6 +1,7 @@
 // KXDNOPENX: open an existing NDX index and check its header.
 #include <cctype>
 
+#include "index/common/ixopen.h"
 #include "ndx.h"
 
 using namespace rv;
@@ -37,21 +38,15 @@ int16_t CheckHeader(NdxState* st) {
   st->keyType = keyType;
   st->group = group;
   st->unique = h[kUniqueOffset] & 1;
-  st->half = uint8_t(perBlock / 2);
+  st->half = uint16_t(perBlock / 2);
   st->rest = uint8_t(perBlock - st->half);
   st->room = uint8_t(perBlock + st->half + st->half / 2 + st->half / 4);
   return 0;
 }
 
-int16_t OpenBody(NdxState* st, const char* name, uint16_t mode, int16_t h, bool* fileOpen) {
-  const uint8_t low = uint8_t(mode & 0xFF);
-  if (low != 0 && low != 1 && low != 2 && low != 7) return KX_FAIL(KX_ERR_VERSION);
-  if (mode & 0x0800) {
-    mode = uint16_t(mode + 0x0600);
-    if (mode & 0x0100) mode = uint16_t(mode & ~0x0800);
-  }
-  KX_TRY(OpenFileForHandle(&st->fs.file, name, mode, &st->fs.openFlags, h));
-  *fileOpen = true;
+int16_t OpenBody(void* state, const char* name, uint16_t mode, int16_t h, bool* fileOpen) {
+  auto* st = static_cast<NdxState*>(state);
+  KX_TRY(ix::OpenModeFile(&st->fs, name, mode, h, fileOpen));
   KX_TRY(Hlen(st->fs.file, &st->fileLength));
   int16_t s = HreadAt(st->fs.file, 0, st->header, kHeaderCopy);
   if (s < 0) return KX_FAIL(s);
@@ -60,11 +55,8 @@ int16_t OpenBody(NdxState* st, const char* name, uint16_t mode, int16_t h, bool*
   st->status = 0;
   st->freeHead = 0;
   st->headerChanged = 0;
-  void* p = nullptr;
-  KX_TRY(MemAllocLocked(&st->keyBlock, &p, uint32_t(st->keyLength) + 1));
-  st->key = static_cast<uint8_t*>(p);
-  KX_TRY(ix::CacheOpen(st, kBlock, StackDepthFor(st->keysPerBlock), kPageBuffers, kMinPageBuffers));
-  st->curRecord = 0;
+  SetShape(st);
+  KX_TRY(ix::TreeOpen(st, ix::kTreeBuffers, ix::kMinTreeBuffers));
   return uint64_t(st->fileLength) != uint64_t(Next(st)) * kBlock ? int16_t(KX_SIZEWARN) : int16_t(0);
 }
 
@@ -72,26 +64,5 @@ int16_t OpenBody(NdxState* st, const char* name, uint16_t mode, int16_t h, bool*
 
 KXEXPORT int16_t KXAPI KXDNOPENX(int16_t* handle, const char* name, uint16_t mode) {
   RegisterNdx();
-  KX_ENTER();
-  if (!handle || !name) return KX_FAIL(KX_ERR_NULL);
-  void* state = nullptr;
-  int16_t h = -1;
-  int16_t a = AllocHandle(&h, KX_KIND_NDX, &state, sizeof(NdxState));
-  if (a < 0) {
-    *handle = int16_t(-1);
-    return KX_FAIL(a);
-  }
-  auto* st = static_cast<NdxState*>(state);
-  bool fileOpen = false;
-  int16_t s = OpenBody(st, name, mode, h, &fileOpen);
-  if (s < 0) {
-    if (fileOpen) CloseOsFile(st->fs.file);
-    FreeBlocks(st);
-    FreeHandle(&h);
-    *handle = int16_t(-1);
-    return KX_FAIL(s);
-  }
-  *handle = h;
-  ReleaseHandle(h);
-  return SetStatus(s);
+  return ix::OpenIndex(handle, name, mode, KX_KIND_NDX, sizeof(NdxState), OpenBody, ReleaseBlocks);
 }

@@ -5,31 +5,28 @@
 
 namespace rv::ndx {
 
-static bool NodeSane(const NdxState* st, const uint8_t* pg) {
-  const int n = Count(pg);
-  return n >= 0 && n <= st->keysPerBlock;
+static int16_t AllocateOp(ix::TreeState* st, uint32_t* block) {
+  return Allocate(static_cast<NdxState*>(st), block);
 }
-
-int16_t PageGet(NdxState* st, uint32_t block, bool raw) {
-  if (block < 1 || block >= Next(st) || block >= kMaxBlocks) return KX_FAIL(KX_ERR_SEEK);
-  const uint32_t off = OffsetOf(block);
-  bool fresh = false;
-  KX_TRY(ix::Get(st, off, &fresh));
-  if (fresh && !raw && !NodeSane(st, st->page)) {
-    ix::Forget(st, off);
-    return KX_FAIL(KX_ERR_STRUCTURE);
-  }
-  return 0;
+static int16_t ReleaseOp(ix::TreeState* st, uint32_t block) {
+  return FreeBlock(static_cast<NdxState*>(st), block);
 }
+static const ix::TreeOps kOps = {AllocateOp, ReleaseOp};
 
-int16_t PagePut(NdxState* st, uint32_t block) {
-  if (ReadOnly(st)) return KX_FAIL(KX_ERR_READONLY);
-  if (block < 1 || block >= Next(st)) return KX_FAIL(KX_ERR_SEEK);
-  return ix::Put(st, OffsetOf(block));
-}
-
-bool LinkUsable(const NdxState* st, uint32_t block) {
-  return block >= 1 && block < Next(st) && block < kMaxBlocks && !ix::OnPath(st, OffsetOf(block));
+void SetShape(NdxState* st) {
+  st->ops = &kOps;
+  st->unit = kBlock;
+  st->nodeSize = kBlock;
+  st->firstNode = 1;
+  st->first = 4;
+  st->recordAt = 4;
+  st->keyAt = 8;
+  st->keyMode = st->keyType == 0 ? ix::kText : ix::kDouble;
+  st->byteCount = 1;
+  st->leafByLast = 0;
+  st->descending = 0;
+  st->root = Rd32(st->header);
+  st->limit = Rd32(st->header + 4);
 }
 
 // A block on this handle's free chain that may be taken: inside the file
@@ -87,7 +84,10 @@ int16_t FreeBlock(NdxState* st, uint32_t block) {
 
 int16_t BeginCall(NdxState* st) {
   st->onKey = 0;
-  return ix::BeginCall(st, st->header, 0, 8);
+  int16_t s = ix::BeginCall(st, st->header, 0, 8);
+  st->root = Rd32(st->header);
+  st->limit = Rd32(st->header + 4);
+  return s;
 }
 
 int16_t BeginChange(NdxState* st) {
@@ -101,6 +101,7 @@ int16_t BeginChange(NdxState* st) {
 }
 
 int16_t Commit(NdxState* st) {
+  SetRoot(st, st->root);
   KX_TRY(ix::CommitPages(st));
   if (Root(st) != st->changeRoot || Next(st) != st->changeNext) KX_TRY(ix::WriteHeader(st, st->header, 0, 8));
   st->changeRoot = Root(st);
@@ -117,6 +118,11 @@ void EndCall(NdxState* st, int16_t status, bool keepPosition) {
   ix::EndCall(st, status, keepPosition);
 }
 
-int16_t RefreshHeader(NdxState* st) { return ix::RefreshHeader(st, st->header, 0, 8); }
+int16_t RefreshHeader(NdxState* st) {
+  int16_t s = ix::RefreshHeader(st, st->header, 0, 8);
+  st->root = Rd32(st->header);
+  st->limit = Rd32(st->header + 4);
+  return s;
+}
 
 }  // namespace rv::ndx

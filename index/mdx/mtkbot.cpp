@@ -1,0 +1,9 @@
+// KXDMTKBOT: the bottom key of an MDX tag (as KXDNKBOT).
+#include "mdx.h"
+
+using namespace rv;
+using namespace rv::mdx;
+
+KXEXPORT int16_t KXAPI KXDMTKBOT(int16_t handle, int16_t tag, char* key, uint32_t* record) {
+  return WalkExport(handle, tag, key, record, ix::RunBottom);
+}

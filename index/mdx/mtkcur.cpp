@@ -1,0 +1,9 @@
+// KXDMTKCUR: the current key of an MDX tag (as KXDNKCUR).
+#include "mdx.h"
+
+using namespace rv;
+using namespace rv::mdx;
+
+KXEXPORT int16_t KXAPI KXDMTKCUR(int16_t handle, int16_t tag, char* key, uint32_t* record) {
+  return WalkExport(handle, tag, key, record, ix::RunCurrent);
+}

@@ -1,0 +1,9 @@
+// KXDMTKTOP: the top key of an MDX tag (as KXDNKTOP).
+#include "mdx.h"
+
+using namespace rv;
+using namespace rv::mdx;
+
+KXEXPORT int16_t KXAPI KXDMTKTOP(int16_t handle, int16_t tag, char* key, uint32_t* record) {
+  return WalkExport(handle, tag, key, record, ix::RunTop);
+}

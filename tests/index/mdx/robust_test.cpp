@@ -1,0 +1,125 @@
+// Damaged MDX files: each damaged header field gives its status at open;
+// damaged nodes give statuses, never a crash, a read outside the file or a
+// walk without end.
+#include <cstring>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "testutil.h"
+
+using namespace testutil;
+
+namespace {
+
+// A file of three tags holding `keys` keys each, closed.
+void MakeFile(const std::string& path, int keys) {
+  ASSERT_EQ(KXDMCREATE(path.c_str(), 2, 0, "T"), 0);
+  int16_t h = -1;
+  ASSERT_EQ(KXDMOPENX(&h, path.c_str(), 0), 0);
+  ASSERT_EQ(KXDMTADD(h, "C", 'C', "NAME", 12, nullptr, nullptr), 0);
+  ASSERT_EQ(KXDMTADD(h, "N", 'N' | 0x100, "AMOUNT", 0, nullptr, nullptr), 0);
+  ASSERT_EQ(KXDMTADD(h, "D", 'D', "BORN", 0, nullptr, nullptr), 0);
+  for (int i = 1; i <= keys; ++i) {
+    char c[16], n[12], d[8];
+    std::snprintf(c, sizeof c, "K%05d", (i * 7919) % 10007);
+    ASSERT_EQ(KXDMKNUM(n, i * 1.5 - 300), 0);
+    char text[16];
+    std::snprintf(text, sizeof text, "%04d%02d%02d", 1900 + i % 120, 1 + i % 12, 1 + i % 28);
+    ASSERT_EQ(KXDMKDATE(d, text, 4), 0);
+    ASSERT_EQ(KXDMTKADD(h, 1, c, uint32_t(i)), 0);
+    ASSERT_EQ(KXDMTKADD(h, 2, n, uint32_t(i)), 0);
+    ASSERT_EQ(KXDMTKADD(h, 3, d, uint32_t(i)), 0);
+  }
+  ASSERT_EQ(KXDMCLOSE(h), 0);
+}
+
+}  // namespace
+
+TEST_F(EngineTest, MdxDamagedHeadersGiveTheirStatus) {
+  const std::string good = dir.file("good.mdx"), bad = dir.file("bad.mdx");
+  ASSERT_NO_FATAL_FAILURE(MakeFile(good, 300));
+  const auto bytes = ReadBytes(good);
+  const uint32_t tag1 = Le32(bytes, 544);
+  const size_t th = size_t(tag1) * 512;
+  struct Case { size_t at; std::vector<uint8_t> put; int16_t status; size_t cut; } cases[] = {
+      {0, {3}, -19, 0},            {0, {}, -19, 1000},          {20, {0, 0}, -49, 0},
+      {20, {40, 0}, -49, 0},       {22, {0, 2}, -51, 0},        {25, {'1'}, -52, 0},
+      {26, {0}, -53, 0},           {28, {48, 0}, -50, 0},       {32, {2, 0, 0, 0}, -25, 0},
+      {36, {0xFF, 0xFF, 0, 0}, -25, 0}, {544, {2, 0, 0, 0}, -54, 0}, {544, {0xFF, 0xFF, 0xFF, 0}, -54, 0},
+      {564, {'X'}, -55, 0},        {th + 9, {'L'}, -22, 0},     {th + 12, {0, 1}, -23, 0},
+      {th + 18, {40, 0}, -24, 0},  {th + 14, {1, 0}, -26, 0},   {th + 14, {0xFF, 0}, -26, 0},
+      {th + 8, {0x81}, -55, 0},    {th + 0, {0xFF, 0xFF, 0, 0}, -25, 0},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(std::to_string(c.at) + " -> " + std::to_string(c.status));
+    auto b = bytes;
+    if (c.cut) b.resize(c.cut);
+    std::copy(c.put.begin(), c.put.end(), b.begin() + long(c.at));
+    WriteBytes(bad, b);
+    int16_t h = 0;
+    EXPECT_EQ(KXDMOPENX(&h, bad.c_str(), 0), c.status);
+    EXPECT_EQ(h, -1);
+    KXESCODE(0);
+  }
+  // The same damage found by a call on a file opened before it.
+  WriteBytes(bad, bytes);
+  int16_t h = -1;
+  ASSERT_EQ(KXDMOPENX(&h, bad.c_str(), 0x400), 0);
+  char key[16];
+  uint32_t rec = 0;
+  ASSERT_TRUE(PatchBytes(bad, 25, {'1'}));
+  EXPECT_EQ(KXDMTKTOP(h, 1, key, &rec), -52);
+  KXESCODE(0);
+  ASSERT_TRUE(PatchBytes(bad, 25, {'0'}));
+  EXPECT_EQ(KXDMTKTOP(h, 4, key, &rec), -48);
+  KXESCODE(0);
+  EXPECT_EQ(KXDMTKTOP(h, 1, key, &rec), 0);
+  ASSERT_EQ(KXDMCLOSE(h), 0);
+}
+
+TEST_F(EngineTest, MdxDamagedNodes) {
+  const std::string good = dir.file("good.mdx"), bad = dir.file("bad.mdx");
+  ASSERT_NO_FATAL_FAILURE(MakeFile(good, 2000));
+  const auto bytes = ReadBytes(good);
+  std::mt19937 rng(11);
+  int failures = 0;
+  for (int round = 0; round < 150; ++round) {
+    auto b = bytes;
+    // A few bytes of the tag headers and nodes (pages 4 on) overwritten.
+    for (int i = 0, n = 1 + int(rng() % 6); i < n; ++i) {
+      const size_t at = 2048 + rng() % (b.size() - 2048);
+      b[at] = uint8_t(rng() % 3 == 0 ? 0xFF : rng());
+      if (rng() % 2) b[at - at % 512 + rng() % 16] = uint8_t(rng());
+    }
+    WriteBytes(bad, b);
+    int16_t h = -1;
+    const int16_t o = KXDMOPENX(&h, bad.c_str(), 0);
+    if (o < 0) {
+      ++failures;
+      KXESCODE(0);
+      continue;
+    }
+    for (int16_t t = 1; t <= 3; ++t) {
+      char key[128];
+      uint32_t rec = 0;
+      int steps = 0;
+      int16_t s = KXDMTKTOP(h, t, key, &rec);
+      while (s == 0 && ++steps < 20000) s = KXDMTKNEXT(h, t, key, &rec);
+      EXPECT_LT(steps, 20000) << "round " << round << " tag " << t;
+      failures += s < 0;
+      KXESCODE(0);
+      std::memcpy(key, "K05000\0\0\0\0\0\0", 12);
+      rec = 0;
+      failures += KXDMTKFIND(h, t, key, &rec, 0) < 0;
+      KXESCODE(0);
+      failures += KXDMTKADD(h, t, key, 5000) < 0;
+      KXESCODE(0);
+      failures += KXDMTKDEL(h, t, key, 17) < 0;
+      KXESCODE(0);
+    }
+    KXDMCLOSE(h);
+    KXESCODE(0);
+  }
+  EXPECT_GT(failures, 10);  // the damage was found, not only survived
+}
