@@ -24,42 +24,14 @@
 #include <string>
 #include <vector>
 
-#include "rvdb4xx.h"
+#include "fuzzutil.h"
+
+using namespace fuzz;
 
 namespace {
 
-namespace fs = std::filesystem;
-using Bytes = std::vector<uint8_t>;
-
-fs::path g_dir;
 Bytes g_base;  // the valid file the edits apply to
 
-std::string Path(const char* name) { return (g_dir / name).string(); }
-
-void WriteFile(const std::string& path, const uint8_t* data, size_t size) {
-  std::ofstream out(path, std::ios::binary | std::ios::trunc);
-  out.write(reinterpret_cast<const char*>(data), std::streamsize(size));
-}
-
-Bytes ReadFile(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  return Bytes(std::istreambuf_iterator<char>(in), {});
-}
-
-int16_t Call(int16_t s) {
-  if (s < 0) KXESCODE(0);
-  return s;
-}
-
-struct Reader {
-  const uint8_t* p;
-  size_t n;
-  uint8_t Byte() {
-    if (!n) return 0;
-    --n;
-    return *p++;
-  }
-};
 
 // NAME C 10, AMOUNT N 8.2 and BORN D: twenty records.
 void MakeTable() {
@@ -218,12 +190,10 @@ void Run(const uint8_t* data, size_t size) {
   Call(KXDMCLOSE(h));
 }
 
-void Seeds(const fs::path& out) {
-  auto seed = [&](const std::string& name, const Bytes& prefix, const Bytes& body) {
-    Bytes all = prefix;
-    all.insert(all.end(), body.begin(), body.end());
-    WriteFile((out / name).string(), all.data(), all.size());
-  };
+}  // namespace
+
+void fuzz::Seeds(const fs::path& out) {
+  auto seed = [&](const std::string& name, const Bytes& prefix, const Bytes& body) { WriteSeed(out, name, prefix, body); };
   const Bytes walk = {0, 10, 0x10, 0, 0x12, 0, 0x23, 0, 0x31, 0, 0x14, 0, 0x15, 7, 0x25, 40, 0x35, 3, 0x1D, 9, 0x18, 0};
   const Bytes change = {2, 10, 0x16, 5, 0x26, 6, 0x37, 7, 0x1F, 3, 0x2F, 2, 0x0B, 1, 0x2C, 0, 0x1A, 4, 0x1E, 0, 0x3E, 2};
   seed("walk", walk, {0});
@@ -237,35 +207,11 @@ void Seeds(const fs::path& out) {
   KXDTERM();
 }
 
-void RemoveScratch() {
-  std::error_code ec;
-  fs::remove_all(g_dir, ec);
-}
-
-}  // namespace
-
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
-  setenv("RVDB4XX_NOTICE", "0", 1);
-  std::random_device rd;
-  for (int i = 0; i < 100 && g_dir.empty(); ++i) {
-    fs::path p = fs::temp_directory_path() / ("rvdbfuzz_" + std::to_string(rd()));
-    std::error_code ec;
-    if (fs::create_directory(p, ec)) g_dir = p;
-  }
-  if (g_dir.empty()) std::abort();
-  std::atexit(RemoveScratch);
-  setenv("RVDB4XX_INI", Path("none.ini").c_str(), 1);
-  fs::current_path(g_dir);  // the tag build writes its runs here
+void fuzz::Prepare() {
   KXDINIT(100, 4);
   MakeTable();
   g_base = MakeBase(2, 400);
   KXDTERM();
-  if (const char* out = std::getenv("RVDB_FUZZ_SEEDS")) {
-    fs::create_directories(out);
-    Seeds(out);
-    std::exit(0);
-  }
-  return 0;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
