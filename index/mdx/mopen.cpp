@@ -34,6 +34,7 @@ int16_t OpenBody(void* state, const char* name, uint16_t mode, int16_t h, bool* 
   uint32_t len = 0;
   KX_TRY(Hlen(st->fs.file, &len));
   if (len < kHeadBytes) return KX_FAIL(KX_ERR_HEADERLEN);
+  st->fileLength = len;
   KX_TRY(ReadNow(st, 0, st->head, kHeadBytes));
   KX_TRY(CheckHead(st->head, len));
   st->multiplier = Rd16(st->head + kHMultiplier);
@@ -48,7 +49,6 @@ int16_t OpenBody(void* state, const char* name, uint16_t mode, int16_t h, bool* 
   st->keyAt = 4;
   st->byteCount = 0;
   st->leafByLast = 1;
-  st->fileLength = len;
   KX_TRY(LoadHead(st));
   KX_TRY(CheckTags(st));
   CopyString(st->name, sizeof st->name, name);

@@ -13,15 +13,19 @@ namespace rv::mdx {
 
 void ReleaseBlocks(void* state) { ix::TreeClose(static_cast<MdxState*>(state)); }
 
-
 // KXDTERM closes the file and frees the blocks.
 void RegisterMdx() {
   RegisterFamily(KX_KIND_MDX, {nullptr, nullptr, ix::CloseForTerm<KX_KIND_MDX, ReleaseBlocks>});
 }
 
 int16_t ReadNow(MdxState* st, uint32_t offset, void* out, uint32_t count) {
+  // Through the view only where the file was last seen to reach: a header
+  // that names blocks past the end must get the short read's status.
   bool writable = false;
-  if (const auto* v = static_cast<const uint8_t*>(HView(st->fs.file, offset + count, &writable))) {
+  const auto* v = uint64_t(offset) + count <= FileBytes(st)
+                      ? static_cast<const uint8_t*>(HView(st->fs.file, offset + count, &writable))
+                      : nullptr;
+  if (v) {
     std::memcpy(out, v + offset, count);
     return 0;
   }
