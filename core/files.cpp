@@ -226,7 +226,12 @@ void* View(int16_t file, uint32_t length, bool* writable) {
   if (length > kMostViewed) return nullptr;
   Entry& e = g_table[file];
   if (e.view && length > e.viewLength) {
-    // Within what is mapped already the view only grows with the file.
+    // Within what is mapped already the view only grows with the file: a
+    // length the file does not reach (a damaged header's offset, another
+    // program's truncation) gets no view, since touching mapped bytes past
+    // the end would fault.
+    uint64_t now = 0;
+    if (!plat::Length(h, &now) || now < length) return nullptr;
     if (length <= e.viewMapped)
       e.viewLength = length;
     else

@@ -263,12 +263,13 @@ int16_t HEXIST(const char* path);
 // "<number><extension>" (numbers from 0). -14 when it does not fit in
 // `size`, -46 when every number is taken.
 int16_t HTempName(const char* beside, const char* extension, char* out, size_t size);
-// A shared mapping of the file's first `length` bytes (the file must be at
-// least that long), made on first use and dropped when the file is closed
-// or its size is set. Reads through it see other processes' writes at once
-// and cost no system call; stores through it (only when *writable) are in
-// the file at once. nullptr, without a status, when the file cannot be
-// mapped: the caller then reads and writes as usual.
+// A shared mapping of the file's first `length` bytes, made on first use
+// and dropped when the file is closed or its size is set. Reads through it
+// see other processes' writes at once and cost no system call; stores
+// through it (only when *writable) are in the file at once. nullptr, without
+// a status, when the file cannot be mapped or is shorter than `length` (its
+// length is asked whenever a call wants more than the view gave before):
+// the caller then reads and writes as usual.
 void* HView(int16_t file, uint32_t length, bool* writable);
 
 // ---- Small helpers ---------------------------------------------------------
