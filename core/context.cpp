@@ -24,7 +24,7 @@ uint16_t ContextCount() { return g_ctxCount; }
 Context* FindContext() {
   if (!g_ctx) return nullptr;
   const uint32_t key = plat::ProcessKey();
-  if (g_ctxCached >= 0 && g_ctxCached < g_ctxCount && g_ctx[g_ctxCached].processKey == key)
+  if (g_ctxCached >= 0 && g_ctxCached < g_ctxCount && g_ctx[g_ctxCached].processKey == key) [[likely]]
     return &g_ctx[g_ctxCached];
   for (int i = 0; i < g_ctxCount; ++i) {
     if (g_ctx[i].processKey == key) {

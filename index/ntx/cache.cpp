@@ -25,6 +25,8 @@ static bool ValidOffset(const NtxState* st, uint32_t offset) {
 }
 
 int16_t PageGet(NtxState* st, uint32_t offset, bool raw) {
+  // The current page is the most recently used entry already.
+  if (st->page && st->pageOffset == offset) return 0;
   bool fresh = false;
   KX_TRY(ix::Get(st, offset, &fresh));
   if (fresh && !raw && !PageSane(st, st->page)) {
