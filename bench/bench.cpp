@@ -133,6 +133,7 @@ struct Meter {
   double wall0 = 0, cpu0 = 0;
   double wall = 0, cpu = 0;
   double peakMB = 0;
+  long faults0 = 0, faults = 0;  // page faults of the step
   void Start() {
     malloc_trim(0);  // what the program freed goes back before the mark is reset
     const int fd = ::open("/proc/self/clear_refs", O_WRONLY);
@@ -141,6 +142,9 @@ struct Meter {
       ::close(fd);
     }
     wall = cpu = 0;
+    rusage ru{};
+    getrusage(RUSAGE_SELF, &ru);
+    faults0 = ru.ru_minflt + ru.ru_majflt;
     Resume();
   }
   void Resume() {
@@ -156,6 +160,14 @@ struct Meter {
     rusage ru{};
     getrusage(RUSAGE_SELF, &ru);
     peakMB = double(ru.ru_maxrss) / 1024.0;
+    faults = ru.ru_minflt + ru.ru_majflt - faults0;
+    if (std::getenv("RVBENCH_RSS")) {
+      FILE* f = std::fopen("/proc/self/status", "r");
+      char line[256];
+      while (f && std::fgets(line, sizeof line, f))
+        if (!std::strncmp(line, "Rss", 3) || !std::strncmp(line, "VmHWM", 5)) std::fputs(line, stderr);
+      if (f) std::fclose(f);
+    }
   }
 };
 
@@ -199,8 +211,8 @@ void Report(const std::string& step, const Meter& m, double records, double floo
   }
   g_rows.push_back({step, m.wall, m.cpu, records, m.peakMB, floor, what, goal, reference});
   if (m.peakMB > g_peakMB) g_peakMB = m.peakMB;
-  std::fprintf(stderr, "  %-34s %8.3f s  cpu %7.3f s  %8.3f us/record  peak %6.1f MB\n", step.c_str(), m.wall,
-               m.cpu, records > 0 ? m.wall / records * 1e6 : 0.0, m.peakMB);
+  std::fprintf(stderr, "  %-34s %8.3f s  cpu %7.3f s  %8.3f us/record  peak %6.1f MB  %ld page faults\n",
+               step.c_str(), m.wall, m.cpu, records > 0 ? m.wall / records * 1e6 : 0.0, m.peakMB, m.faults);
 }
 // A row timed elsewhere (the measure of another row).
 void ReportTime(const std::string& step, double t, double records, double floor, const std::string& what) {
