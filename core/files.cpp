@@ -20,7 +20,6 @@ struct Entry {
   uint32_t viewMapped;  // bytes mapped
   bool viewWritable;
   intptr_t mapping;
-  uint32_t handedOut;   // views handed out since its pages were last released
 };
 
 KXBLOCK g_block = 0;
@@ -33,12 +32,6 @@ constexpr uint32_t kPiece = 4096;
 // Views larger than this are not made (the caller reads instead): address
 // space is scarce in a 32-bit process.
 constexpr uint32_t kMostViewed = sizeof(void*) > 4 ? 0xFFFF0000u : 0x10000000u;
-// A view larger than this has its pages taken out of the process's resident
-// memory every kReleaseEvery times it is handed out, so that walking a large
-// index does not make the whole file resident in this process (the pages
-// stay in the system's file cache).
-constexpr uint32_t kReleaseAbove = 32u << 20;
-constexpr uint32_t kReleaseEvery = 1u << 18;
 
 bool Record(bool ok) {
   if (ok) {
@@ -68,7 +61,6 @@ void DropView(Entry& e) {
   e.viewMapped = 0;
   e.viewWritable = false;
   e.mapping = 0;
-  e.handedOut = 0;
 }
 
 }  // namespace
@@ -82,8 +74,8 @@ bool Setup(unsigned n, const char* /*ignored*/) {
   if (MemAllocLocked(&g_block, &p, uint32_t((n + 2) * sizeof(Entry))) < 0) return false;
   g_table = static_cast<Entry*>(p);
   g_count = n;
-  g_table[0] = {uint16_t(n ? 2 : 0), 0, plat::FileHandle(n), nullptr, 0, 0, false, 0, 0};
-  g_table[1] = {0, 0, plat::kBadFile, nullptr, 0, 0, false, 0, 0};
+  g_table[0] = {uint16_t(n ? 2 : 0), 0, plat::FileHandle(n), nullptr, 0, 0, false, 0};
+  g_table[1] = {0, 0, plat::kBadFile, nullptr, 0, 0, false, 0};
   for (unsigned i = 2; i < n + 2; ++i) {
     g_table[i].next = uint16_t(i + 1 < n + 2 ? i + 1 : 0);
     g_table[i].prev = uint16_t(i - 1);
@@ -263,10 +255,6 @@ void* View(int16_t file, uint32_t length, bool* writable) {
     e.view = plat::MapView(h, length, uint32_t(reach), &e.viewWritable, &e.mapping, &e.viewMapped);
     if (!e.view) return nullptr;
     e.viewLength = length;
-  }
-  if (e.viewMapped > kReleaseAbove && ++e.handedOut >= kReleaseEvery) {
-    e.handedOut = 0;
-    plat::ReleaseViewPages(e.view, e.viewMapped);
   }
   *writable = e.viewWritable;
   return e.view;

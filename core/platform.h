@@ -69,11 +69,6 @@ bool Unlock(FileHandle f, uint32_t off, uint32_t len);
 void* MapView(FileHandle f, uint32_t len, uint32_t reach, bool* writable, intptr_t* mapping,
               uint32_t* mapped);
 void UnmapView(void* view, uint32_t mapped, intptr_t mapping);
-// Takes the view's pages out of the process's resident memory without
-// changing the view or the file: they stay in the system's file cache (a
-// page stored through the view is written back as usual) and come back on
-// the next touch. Nothing where the platform has no such call.
-void ReleaseViewPages(void* view, uint32_t mapped);
 // Windows refuses to change the size of a file while a view of it exists;
 // POSIX only needs the file to stay at least as long as the view.
 #if defined(_WIN32)

@@ -219,10 +219,6 @@ void* MapView(FileHandle f, uint32_t len, uint32_t reach, bool* writable, intptr
   return v;
 }
 
-void ReleaseViewPages(void* view, uint32_t mapped) {
-  if (view && mapped) ::madvise(view, mapped, MADV_DONTNEED);
-}
-
 void UnmapView(void* view, uint32_t mapped, intptr_t) {
   if (view) ::munmap(view, mapped);
 }

@@ -304,8 +304,6 @@ void* MapView(FileHandle f, uint32_t len, uint32_t, bool* writable, intptr_t* ma
   return v;
 }
 
-void ReleaseViewPages(void*, uint32_t) {}
-
 void UnmapView(void* view, uint32_t, intptr_t mapping) {
   if (view) UnmapViewOfFile(view);
   if (mapping) CloseHandle(reinterpret_cast<HANDLE>(mapping));
