@@ -3,7 +3,7 @@
 //
 //   rvbench [N [scratch-directory [steps]]]   (N defaults to 1,000,000)
 //
-// `steps` picks steps by letter for profiling (default "abcdef"; c and d
+// `steps` picks steps by letter for profiling (default "abcdefg"; c and d
 // need b, and b needs a).
 //
 // Steps: a. append N records; b. bulk-build three indexes; c. 100,000 key
@@ -12,9 +12,18 @@
 // NDX and standard and compact IDX indexes, each set against its NTX step.
 // f. 100,000 memos of 50 to 2,000 bytes written to an FPT and a dBASE IV
 // DBT file and read back, each against the same bytes written or read with
-// one system call per memo. Files live in a scratch
-// directory (created under the system's temporary directory unless given)
-// that is removed at the end.
+// one system call per memo. g. Several processes at once: four append to
+// one table under its file lock, then four find keys in one index while a
+// fifth appends records and adds their keys; every record and key is
+// checked afterwards. Files live in a scratch directory (created under the
+// system's temporary directory unless given) that is removed at the end.
+//
+// Every step prints its wall time, the process's CPU time, the time per
+// record and the peak resident memory of the step (the high-water mark is
+// reset before each step). The records are made one at a time from a
+// seeded generator, so that the program itself holds little at any N; the
+// floors that need every key in memory (the multimap floors of c and d)
+// are left out above 2,000,000 records.
 #include <algorithm>
 #include <array>
 #include <chrono>
@@ -29,6 +38,10 @@
 #include <vector>
 
 #include <fcntl.h>
+#include <malloc.h>
+#include <sched.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include "rvdb4xx.h"
@@ -69,21 +82,29 @@ void CivilDate(int64_t z, char out[9]) {
   out[8] = '\0';
 }
 
-std::vector<Person> MakePeople(uint32_t n) {
-  std::minstd_rand rng(1);
-  auto below = [&rng](uint32_t k) { return uint32_t(rng() % k); };
-  const int64_t day1950 = -7305;  // 1950-01-01 from 1970-01-01
-  std::vector<Person> people(n);
-  for (Person& p : people) {
-    const uint32_t len = 5 + below(16);
-    p.name.resize(len);
-    for (uint32_t i = 0; i < len; ++i) p.name[i] = char('A' + below(26));
-    p.city = int(below(33));
-    p.amount = double(int64_t(below(10000001)) - 5000000) / 100.0;
-    CivilDate(day1950 + below(22280), p.born);
-  }
-  return people;
+std::string Padded(const std::string& s, size_t width) {
+  std::string t = s.substr(0, width);
+  t.resize(width, ' ');
+  return t;
 }
+
+// The people, one at a time, always the same sequence.
+class People {
+ public:
+  void Next(Person& p) {
+    const uint32_t len = 5 + Below(16);
+    p.name.resize(len);
+    for (uint32_t i = 0; i < len; ++i) p.name[i] = char('A' + Below(26));
+    p.city = int(Below(33));
+    p.amount = double(int64_t(Below(10000001)) - 5000000) / 100.0;
+    CivilDate(kDay1950 + Below(22280), p.born);
+  }
+
+ private:
+  static constexpr int64_t kDay1950 = -7305;  // 1950-01-01 from 1970-01-01
+  uint32_t Below(uint32_t k) { return uint32_t(rng_() % k); }
+  std::minstd_rand rng_{1};
+};
 
 double Now() {
   using namespace std::chrono;
@@ -98,19 +119,105 @@ void Check(int16_t s, const char* what) {
   if (s < 0) Die(what, s);
 }
 
+double CpuSeconds() {
+  rusage ru{};
+  getrusage(RUSAGE_SELF, &ru);
+  return double(ru.ru_utime.tv_sec + ru.ru_stime.tv_sec) + double(ru.ru_utime.tv_usec + ru.ru_stime.tv_usec) / 1e6;
+}
+
+// The peak resident memory of one step: the kernel's high-water mark is
+// reset before the step (Linux), read after it.
+// Work timed in pieces (the records made between them are not timed) goes
+// through Pause and Resume.
+struct Meter {
+  double wall0 = 0, cpu0 = 0;
+  double wall = 0, cpu = 0;
+  double peakMB = 0;
+  long faults0 = 0, faults = 0;  // page faults of the step
+  void Start() {
+    malloc_trim(0);  // what the program freed goes back before the mark is reset
+    const int fd = ::open("/proc/self/clear_refs", O_WRONLY);
+    if (fd >= 0) {
+      if (::write(fd, "5", 1) != 1) std::fputs("rvbench: the peak memory is the process's\n", stderr);
+      ::close(fd);
+    }
+    wall = cpu = 0;
+    rusage ru{};
+    getrusage(RUSAGE_SELF, &ru);
+    faults0 = ru.ru_minflt + ru.ru_majflt;
+    Resume();
+  }
+  void Resume() {
+    cpu0 = CpuSeconds();
+    wall0 = Now();
+  }
+  void Pause() {
+    wall += Now() - wall0;
+    cpu += CpuSeconds() - cpu0;
+  }
+  void Stop() {
+    Pause();
+    rusage ru{};
+    getrusage(RUSAGE_SELF, &ru);
+    peakMB = double(ru.ru_maxrss) / 1024.0;
+    faults = ru.ru_minflt + ru.ru_majflt - faults0;
+    if (std::getenv("RVBENCH_RSS")) {
+      FILE* f = std::fopen("/proc/self/status", "r");
+      char line[256];
+      while (f && std::fgets(line, sizeof line, f))
+        if (!std::strncmp(line, "Rss", 3) || !std::strncmp(line, "VmHWM", 5)) std::fputs(line, stderr);
+      if (f) std::fclose(f);
+    }
+  }
+};
+
 struct Row {
   std::string step;
   double seconds;
+  double cpu;
+  double records;  // what the time per record is of
+  double peakMB;
   double floor;
   std::string floorWhat;
+  double goal;  // seconds, 0 for none
+  double reference;
 };
 std::vector<Row> g_rows;
 // NTX times of steps b to e, the measure for the IDX rows.
 std::map<std::string, double> g_ntx;
+double g_peakMB = 0;
 
-void Report(const std::string& step, double t, double floor, const std::string& what) {
-  g_rows.push_back({step, t, floor, what});
-  std::fprintf(stderr, "  %-32s %8.3f s\n", step.c_str(), t);
+// The goals of the NTX steps at N = 1,000,000 and the figures of the
+// reference engine they come from (0.6 of it); steps a, b and d scale with N.
+struct Goal {
+  double goal, reference;
+  bool perRecord;
+};
+const std::map<char, Goal> kGoals = {{'a', {0.85, 1.42, true}},
+                                     {'b', {0.20, 0.34, true}},
+                                     {'c', {0.15, 0.25, false}},
+                                     {'d', {0.066, 0.11, true}},
+                                     {'e', {0.27, 0.45, false}}};
+uint32_t g_n = 0;
+
+void Report(const std::string& step, const Meter& m, double records, double floor, const std::string& what,
+            char goalStep = 0) {
+  double goal = 0, reference = 0;
+  if (goalStep) {
+    const Goal& g = kGoals.at(goalStep);
+    const double scale = g.perRecord ? double(g_n) / 1e6 : 1.0;
+    goal = g.goal * scale;
+    reference = g.reference * scale;
+  }
+  g_rows.push_back({step, m.wall, m.cpu, records, m.peakMB, floor, what, goal, reference});
+  if (m.peakMB > g_peakMB) g_peakMB = m.peakMB;
+  std::fprintf(stderr, "  %-34s %8.3f s  cpu %7.3f s  %8.3f us/record  peak %6.1f MB  %ld page faults\n",
+               step.c_str(), m.wall, m.cpu, records > 0 ? m.wall / records * 1e6 : 0.0, m.peakMB, m.faults);
+}
+// A row timed elsewhere (the measure of another row).
+void ReportTime(const std::string& step, double t, double records, double floor, const std::string& what) {
+  g_rows.push_back({step, t, 0, records, 0, floor, what, 0, 0});
+  std::fprintf(stderr, "  %-34s %8.3f s\n", step.c_str(), t);
 }
 
 KXDBFFIELD Field(const char* name, char type, uint16_t width, uint16_t dec) {
@@ -149,28 +256,61 @@ void RecordBytes(const Person& p, char* rec) {
   std::memcpy(rec + 48, p.born, 8);
 }
 
-// Floor of a: the table's bytes, made in memory, written with one write.
-double FloorAppend(const std::vector<Person>& people, const std::string& path) {
-  const size_t recLen = 56, headLen = 32 * 4 + 33;
-  std::vector<char> image(headLen + recLen * people.size() + 1, 0);
-  for (size_t i = 0; i < people.size(); ++i) RecordBytes(people[i], &image[headLen + i * recLen]);
-  image.back() = 0x1A;
-  const double t0 = Now();
+// Floor of a: the table's bytes, made in memory a few megabytes at a time,
+// written with one fwrite each (only the writes are timed).
+double FloorAppend(uint32_t n, const std::string& path) {
+  const size_t recLen = 56, headLen = 32 * 4 + 33, per = 65536;
+  std::vector<char> image(recLen * per + 1);
   FILE* f = std::fopen(path.c_str(), "wb");
   if (!f) Die("fopen", -1);
-  std::fwrite(image.data(), 1, image.size(), f);
+  People people;
+  Person p;
+  double t = 0;
+  image.assign(headLen, 0);
+  double t0 = Now();
+  std::fwrite(image.data(), 1, headLen, f);
+  t += Now() - t0;
+  for (uint32_t done = 0; done < n;) {
+    const uint32_t k = std::min<uint32_t>(uint32_t(per), n - done);
+    image.resize(recLen * k);
+    for (uint32_t i = 0; i < k; ++i) {
+      people.Next(p);
+      RecordBytes(p, &image[i * recLen]);
+    }
+    done += k;
+    if (done == n) image.push_back(0x1A);
+    t0 = Now();
+    std::fwrite(image.data(), 1, image.size(), f);
+    t += Now() - t0;
+  }
+  t0 = Now();
   std::fclose(f);
-  return Now() - t0;
+  return t + Now() - t0;
 }
+
+// The three keys of a person as the floors use them.
+void NameKey(const Person& p, uint8_t* out) {
+  std::memset(out, ' ', 20);
+  std::memcpy(out, p.name.data(), std::min<size_t>(p.name.size(), 20));
+}
+void AmountKey(const Person& p, uint8_t* out) {
+  char num[32];
+  std::snprintf(num, sizeof num, "%12.2f", p.amount);
+  std::memcpy(out, num, 12);
+}
+void BornKey(const Person& p, uint8_t* out) { std::memcpy(out, p.born, 8); }
 
 // Floor of b: the same sort entries (key, then the record number
 // big-endian) sorted with std::sort.
 template <size_t K>
-double FloorSort(const std::vector<std::string>& keys) {
-  std::vector<std::array<uint8_t, K + 4>> e(keys.size());
-  for (size_t i = 0; i < keys.size(); ++i) {
-    std::memcpy(e[i].data(), keys[i].data(), K);
-    const uint32_t r = uint32_t(i + 1);
+double FloorSort(uint32_t n, void (*key)(const Person&, uint8_t*)) {
+  std::vector<std::array<uint8_t, K + 4>> e(n);
+  People people;
+  Person p;
+  for (uint32_t i = 0; i < n; ++i) {
+    people.Next(p);
+    key(p, e[i].data());
+    const uint32_t r = i + 1;
     e[i][K] = uint8_t(r >> 24);
     e[i][K + 1] = uint8_t(r >> 16);
     e[i][K + 2] = uint8_t(r >> 8);
@@ -183,6 +323,40 @@ double FloorSort(const std::vector<std::string>& keys) {
   const double t = Now() - t0;
   if (e.size() > 1 && std::memcmp(e[0].data(), e[1].data(), K + 4) > 0) std::puts("");
   return t;
+}
+
+// Every name key in a multimap, for the floors of c and d (small N only).
+std::multimap<std::string, uint32_t> NameMap(uint32_t n) {
+  std::multimap<std::string, uint32_t> map;
+  People people;
+  Person p;
+  uint8_t k[20];
+  for (uint32_t i = 0; i < n; ++i) {
+    people.Next(p);
+    NameKey(p, k);
+    map.emplace(std::string(reinterpret_cast<char*>(k), 20), i + 1);
+  }
+  return map;
+}
+
+// The names of records picked at random (the finds of c), in the order picked.
+std::vector<std::string> PickNames(uint32_t n, size_t count) {
+  std::minstd_rand rng(2);
+  std::vector<std::pair<uint32_t, uint32_t>> picks(count);  // record index, place
+  for (size_t i = 0; i < count; ++i) picks[i] = {uint32_t(rng() % n), uint32_t(i)};
+  std::sort(picks.begin(), picks.end());
+  std::vector<std::string> names(count);
+  People people;
+  Person p;
+  uint32_t at = 0;
+  for (const auto& [index, place] : picks) {
+    while (at <= index) {
+      people.Next(p);
+      ++at;
+    }
+    names[place] = Padded(p.name, 20);
+  }
+  return names;
 }
 
 // f. Memos: the texts written one by one through the engine, then read
@@ -205,20 +379,21 @@ void MemoStep(const MemoLayout& l, const std::vector<std::string>& texts) {
   Check(l.fpt ? KXDWCREATE(l.file, l.size) : KXDTCREATE(l.file, l.size), "memo create");
   Check(l.fpt ? KXDWOPENX(&h, l.file, l.openMode) : KXDTOPENX(&h, l.file, l.openMode), "memo open");
   std::vector<uint32_t> blocks(m);
-  double t0 = Now();
+  Meter mw, mr;
+  mw.Start();
   for (size_t i = 0; i < m; ++i)
     Check(l.fpt ? KXDWRPUT(h, &blocks[i], texts[i].c_str(), 0) : KXDTRPUT(h, &blocks[i], texts[i].c_str(), 0),
           "memo write");
-  const double tWrite = Now() - t0;
+  mw.Stop();
   size_t bad = 0;
-  t0 = Now();
+  mr.Start();
   for (size_t i = 0; i < m; ++i) {
     char* text = nullptr;
     Check(l.fpt ? KXDWRGET(h, int32_t(blocks[i]), &text) : KXDTRGET(h, int32_t(blocks[i]), &text), "memo read");
     bad += std::memcmp(text, texts[i].data(), texts[i].size() + 1) != 0;
     KXMFREE(text);
   }
-  const double tRead = Now() - t0;
+  mr.Stop();
   Check(l.fpt ? KXDWCLOSE(h) : KXDTCLOSE(h), "memo close");
   if (bad) Die("reading the memos back", int(bad));
 
@@ -260,16 +435,227 @@ void MemoStep(const MemoLayout& l, const std::vector<std::string>& texts) {
   const double floorRead = Now() - f1;
   ::close(fd);
   if (bad) Die("reading the floor back", int(bad));
-  Report(std::string("f. write ") + std::to_string(m) + " memos, " + l.label, tWrite, floorWrite,
+  Report(std::string("f. write ") + std::to_string(m) + " memos, " + l.label, mw, double(m), floorWrite,
          "one pwrite per memo");
-  Report(std::string("f. read ") + std::to_string(m) + " memos, " + l.label, tRead, floorRead,
+  Report(std::string("f. read ") + std::to_string(m) + " memos, " + l.label, mr, double(m), floorRead,
          "one pread per memo");
 }
 
-std::string Padded(const std::string& s, size_t width) {
-  std::string t = s.substr(0, width);
-  t.resize(width, ' ');
-  return t;
+
+// ---- g. Several processes at once -------------------------------------------
+
+// A child process: its own context, its work, and _exit (nothing of the
+// parent's is closed or flushed twice). The parent holds no engine handle
+// while it forks.
+template <class Work>
+pid_t Spawn(Work work) {
+  std::fflush(nullptr);
+  const pid_t pid = ::fork();
+  if (pid < 0) Die("fork", -1);
+  if (pid == 0) {
+    int rc = 1;
+    if (KXDINIT(100, 4) == 0) {
+      rc = work();
+      KXDTERM();
+    }
+    ::_exit(rc);
+  }
+  return pid;
+}
+
+void WaitAll(const std::vector<pid_t>& pids, const char* what) {
+  for (pid_t pid : pids) {
+    int status = 0;
+    if (::waitpid(pid, &status, 0) != pid || !WIFEXITED(status) || WEXITSTATUS(status) != 0) {
+      std::fprintf(stderr, "rvbench: a %s process failed (%d)\n", what, WIFEXITED(status) ? WEXITSTATUS(status) : -1);
+      std::exit(1);
+    }
+  }
+}
+
+// Takes the table's file lock (KXDDLOCK 1), waiting while another holds it.
+bool LockTable(int16_t h) {
+  for (int tries = 0;; ++tries) {
+    uint16_t flag = 100;
+    if (KXDDLOCK(h, 1, &flag) < 0) return false;
+    if (flag == 0) return true;
+    if (tries > 2) sched_yield();
+  }
+}
+
+void WorkerRecord(int16_t h, int w, uint32_t i, const char* prefix) {
+  char name[24];
+  std::snprintf(name, sizeof name, "%s%d-%08u", prefix, w, i);
+  const double amount = double(i) / 100.0;
+  Check(KXDDFPUT(h, 0, name), "KXDDFPUT NAME");
+  Check(KXDDFPUT(h, 1, kCities[w % 33]), "KXDDFPUT CITY");
+  Check(KXDDFPUT(h, 2, &amount), "KXDDFPUT AMOUNT");
+  Check(KXDDFPUT(h, 3, "20000229"), "KXDDFPUT BORN");
+}
+
+// Checks the records a worker wrote: every (worker, number) once, with its
+// fields. Records before `first` are not the workers'.
+void CheckWorkerRecords(const char* table, uint32_t first, int workers, uint32_t per, const char* prefix) {
+  int16_t h = -1;
+  Check(KXDDOPENX(&h, table, 0x403), "KXDDOPENX");
+  uint32_t count = 0;
+  Check(KXDDSIZE(h, &count), "KXDDSIZE");
+  if (count != first - 1 + uint32_t(workers) * per) Die("the record count after the processes", int(count));
+  std::vector<uint8_t> seen(size_t(workers) * per, 0);
+  const size_t plen = std::strlen(prefix);
+  for (uint32_t r = first; r <= count; ++r) {
+    Check(KXDDRGET(h, int32_t(r)), "KXDDRGET");
+    char name[32] = {}, city[32] = {};
+    double amount = -1;
+    Check(KXDDFGET(h, 0, name), "KXDDFGET NAME");
+    Check(KXDDFGET(h, 1, city), "KXDDFGET CITY");
+    Check(KXDDFGET(h, 2, &amount), "KXDDFGET AMOUNT");
+    int w = -1;
+    unsigned i = 0;
+    if (std::strncmp(name, prefix, plen) != 0 || std::sscanf(name + plen, "%d-%u", &w, &i) != 2 || w < 0 ||
+        w >= workers || i >= per || seen[size_t(w) * per + i]++ || std::strncmp(city, kCities[w % 33], std::strlen(kCities[w % 33])) != 0 ||
+        amount != double(i) / 100.0)
+      Die("checking a process's record", int(r));
+  }
+  Check(KXDDCLOSE(h), "KXDDCLOSE");
+}
+
+void ProcessesStep(uint32_t n) {
+  // g1. Four processes append to one table under its file lock.
+  const int kWorkers = 4;
+  const uint32_t per = std::min<uint32_t>(250000, std::max<uint32_t>(n / 4, 1));
+  {
+    const int16_t h = CreateTable("multi.dbf");
+    Check(KXDDCLOSE(h), "KXDDCLOSE");
+  }
+  KXDTERM();
+  double t0 = Now();
+  std::vector<pid_t> pids;
+  for (int w = 0; w < kWorkers; ++w)
+    pids.push_back(Spawn([w, per]() {
+      int16_t h = -1;
+      if (KXDDOPENX(&h, "multi.dbf", 0x403) < 0) return 2;
+      for (uint32_t i = 0; i < per; ++i) {
+        WorkerRecord(h, w, i, "W");
+        if (!LockTable(h)) return 3;
+        uint32_t rec = 0;
+        if (KXDDRPUT(h, &rec, 0) < 0) return 4;
+        uint16_t flag = 0;
+        if (KXDDUNLOCK(h, 1, &flag) < 0) return 5;
+      }
+      return KXDDCLOSE(h) < 0 ? 6 : 0;
+    }));
+  WaitAll(pids, "appending");
+  const double tAppend = Now() - t0;
+  if (KXDINIT(100, 4) != 0) Die("KXDINIT", -1);
+  CheckWorkerRecords("multi.dbf", 1, kWorkers, per, "W");
+  std::fprintf(stderr, "  g. %d processes appended %u records each: %.3f s, %.0f records/s, all there\n", kWorkers,
+               per, tAppend, kWorkers * per / tAppend);
+  ReportTime("g. " + std::to_string(kWorkers) + " processes append " + std::to_string(per) + " each, locked",
+             tAppend, double(kWorkers) * per, 0, "every record checked afterwards");
+
+  // g2. Four processes find keys in name.ntx while a fifth appends records
+  // to people.dbf under its lock and adds their keys.
+  const uint32_t finds = 25000, adds = 25000;
+  const std::vector<std::string> names = PickNames(n, size_t(kWorkers) * finds);
+  uint32_t before = 0;
+  {
+    int16_t h = -1;
+    Check(KXDDOPENX(&h, "people.dbf", 0x403), "KXDDOPENX");
+    Check(KXDDSIZE(h, &before), "KXDDSIZE");
+    Check(KXDDCLOSE(h), "KXDDCLOSE");
+  }
+  KXDTERM();
+  struct FindResult {
+    uint32_t found, missed, failed;
+    double seconds;
+  };
+  std::vector<int> pipes;
+  pids.clear();
+  t0 = Now();
+  for (int w = 0; w < kWorkers; ++w) {
+    int fd[2];
+    if (::pipe(fd) != 0) Die("pipe", -1);
+    pids.push_back(Spawn([w, &names, fd, finds]() {
+      ::close(fd[0]);
+      FindResult r{0, 0, 0, 0};
+      int16_t ix = -1;
+      if (KXDCOPENX(&ix, "name.ntx", 0x400) < 0) return 2;
+      const double s0 = Now();
+      char key[32];
+      for (uint32_t i = 0; i < finds; ++i) {
+        std::memcpy(key, names[size_t(w) * finds + i].c_str(), 21);
+        uint32_t rec = 0;
+        const int16_t s = KXDCKFIND(ix, key, &rec, 1);
+        if (s == 0) ++r.found; else if (s > 0) ++r.missed; else ++r.failed;
+        if (s < 0) KXESCODE(0);
+      }
+      r.seconds = Now() - s0;
+      KXDCCLOSE(ix);
+      const bool ok = ::write(fd[1], &r, sizeof r) == ssize_t(sizeof r);
+      return ok ? 0 : 3;
+    }));
+    ::close(fd[1]);
+    pipes.push_back(fd[0]);
+  }
+  pids.push_back(Spawn([adds]() {
+    int16_t h = -1, ix = -1;
+    if (KXDDOPENX(&h, "people.dbf", 0x403) < 0 || KXDCOPENX(&ix, "name.ntx", 0x400) < 0) return 2;
+    for (uint32_t i = 0; i < adds; ++i) {
+      WorkerRecord(h, 0, i, "ADD");
+      if (!LockTable(h)) return 3;
+      uint32_t rec = 0;
+      char* key = nullptr;
+      if (KXDDRPUT(h, &rec, 0) < 0 || KXDCKMAKE(h, ix, &key) < 0 || KXDCKADD(ix, key, rec) < 0) return 4;
+      uint16_t flag = 0;
+      if (KXDDUNLOCK(h, 1, &flag) < 0) return 5;
+    }
+    return KXDCCLOSE(ix) < 0 || KXDDCLOSE(h) < 0 ? 6 : 0;
+  }));
+  FindResult total{0, 0, 0, 0};
+  for (int fd : pipes) {
+    FindResult r{};
+    if (::read(fd, &r, sizeof r) != ssize_t(sizeof r)) Die("reading a finder's result", -1);
+    ::close(fd);
+    total.found += r.found;
+    total.missed += r.missed;
+    total.failed += r.failed;
+    total.seconds = std::max(total.seconds, r.seconds);
+  }
+  WaitAll(pids, "finding or adding");
+  const double tAll = Now() - t0;
+  if (KXDINIT(100, 4) != 0) Die("KXDINIT", -1);
+  CheckWorkerRecords("people.dbf", before + 1, 1, adds, "ADD");
+  // Every key: the index walks over the old and the new records' keys, and
+  // each added key leads to its record.
+  {
+    int16_t ix = -1;
+    Check(KXDCOPENX(&ix, "name.ntx", 0x400), "KXDCOPENX");
+    uint32_t count = 0, rec = 0;
+    char key[32];
+    for (int16_t s = KXDCKTOP(ix, key, &rec); s == 0; s = KXDCKNEXT(ix, key, &rec)) ++count;
+    if (count != before + adds) Die("walking the index after the adds", int(count));
+    for (uint32_t i = 0; i < adds; ++i) {
+      char name[32];
+      std::snprintf(name, sizeof name, "ADD0-%08u", i);
+      rec = before + 1 + i;
+      std::string k = Padded(name, 20);
+      std::memcpy(key, k.c_str(), 21);
+      if (KXDCKFIND(ix, key, &rec, 2) != 0) Die("finding an added key", int(i));
+    }
+    Check(KXDCCLOSE(ix), "KXDCCLOSE");
+  }
+  std::fprintf(stderr,
+               "  g. %d processes: %u finds in %.3f s (%.0f finds/s), %u found, %u not found, %u failed;"
+               " 1 process: %u adds in %.3f s; every record and key there\n",
+               kWorkers, total.found + total.missed + total.failed, total.seconds,
+               (total.found + total.missed + total.failed) / total.seconds, total.found, total.missed, total.failed,
+               adds, tAll);
+  ReportTime("g. " + std::to_string(kWorkers) + " processes find " + std::to_string(finds) + " keys each", total.seconds,
+             double(kWorkers) * finds, 0,
+             std::to_string(total.missed) + " not found, " + std::to_string(total.failed) + " failed while keys were added");
+  ReportTime("g. 1 process adds " + std::to_string(adds) + " keys meanwhile, locked", tAll, double(adds), 0,
+             "every record and key checked afterwards");
 }
 
 }  // namespace
@@ -277,9 +663,10 @@ std::string Padded(const std::string& s, size_t width) {
 int main(int argc, char** argv) {
   const uint32_t n = argc > 1 ? uint32_t(std::strtoul(argv[1], nullptr, 10)) : 1000000u;
   if (n == 0) {
-    std::fprintf(stderr, "usage: rvbench [N [scratch-directory]]\n");
+    std::fprintf(stderr, "usage: rvbench [N [scratch-directory [steps]]]\n");
     return 2;
   }
+  g_n = n;
   fs::path scratch;
   bool ownScratch = false;
   if (argc > 2) {
@@ -291,36 +678,38 @@ int main(int argc, char** argv) {
     fs::create_directory(scratch);
     ownScratch = true;
   }
-  const std::string steps = argc > 3 ? argv[3] : "abcdef";
+  const std::string steps = argc > 3 ? argv[3] : "abcdefg";
   auto want = [&steps](char c) { return steps.find(c) != std::string::npos; };
   const fs::path oldCwd = fs::current_path();
   fs::current_path(scratch);  // the bulk build's temporary file goes here
+  const bool mapFloors = n <= 2000000;
 
   std::fprintf(stderr, "rvbench: N = %u, files in %s\n", n, scratch.string().c_str());
-  const std::vector<Person> people = MakePeople(n);
   if (KXDINIT(100, 4) != 0) Die("KXDINIT", -1);
 
-  // Every record's keys, for the floors.
-  std::vector<std::string> nameKeys(n), amountKeys(n), bornKeys(n);
-  for (uint32_t i = 0; i < n; ++i) {
-    nameKeys[i] = Padded(people[i].name, 20);
-    char num[32];
-    std::snprintf(num, sizeof num, "%12.2f", people[i].amount);
-    amountKeys[i] = num;
-    bornKeys[i] = people[i].born;
-  }
-  // a. Append N records.
+  // a. Append N records, made a batch at a time outside the timing.
   const int16_t table = CreateTable("people.dbf");
-  double t0 = Now();
   if (want('a')) {
-    for (uint32_t i = 0; i < n; ++i) {
-      PutPerson(table, people[i]);
-      uint32_t rec = 0;
-      Check(KXDDRPUT(table, &rec, 0), "KXDDRPUT");
+    std::vector<Person> batch(65536);
+    People people;
+    Meter m;
+    m.Start();
+    for (uint32_t done = 0; done < n;) {
+      m.Pause();
+      const uint32_t k = std::min<uint32_t>(uint32_t(batch.size()), n - done);
+      for (uint32_t i = 0; i < k; ++i) people.Next(batch[i]);
+      m.Resume();
+      for (uint32_t i = 0; i < k; ++i) {
+        PutPerson(table, batch[i]);
+        uint32_t rec = 0;
+        Check(KXDDRPUT(table, &rec, 0), "KXDDRPUT");
+      }
+      done += k;
     }
-    const double tAppend = Now() - t0;
-    Report("a. append " + std::to_string(n), tAppend, FloorAppend(people, "floor.dbf"),
-           "same bytes, one fwrite");
+    m.Stop();
+    Report("a. append " + std::to_string(n), m, n, FloorAppend(n, "floor.dbf"), "same bytes, fwrite per 3.5 MB",
+           'a');
+    fs::remove("floor.dbf");
   }
   // Steps b to e for each index family, NTX then NDX; the floors are
   // measured once and stand beside both.
@@ -400,15 +789,17 @@ int main(int argc, char** argv) {
       const char* expr;
       int16_t length, dec;
       double floor;
-    } builds[] = {
-        {"index NAME", "name", 'C', "NAME", 20, 0, FloorSort<20>(nameKeys)},
-        {"index AMOUNT", "amount", 'N', "AMOUNT", 12, 2, FloorSort<12>(amountKeys)},
-        {"index DTOS(BORN)", "born", 'C', "DTOS(BORN)", 8, 0, FloorSort<8>(bornKeys)}};
+    } builds[] = {{"index NAME", "name", 'C', "NAME", 20, 0, FloorSort<20>(n, NameKey)},
+                  {"index AMOUNT", "amount", 'N', "AMOUNT", 12, 2, FloorSort<12>(n, AmountKey)},
+                  {"index DTOS(BORN)", "born", 'C', "DTOS(BORN)", 8, 0, FloorSort<8>(n, BornKey)}};
     for (const Family& fam : families) {
       for (const Build& b : builds) {
-        t0 = Now();
+        Meter m;
+        m.Start();
         Check(fam.build(table, file(fam, b.file).c_str(), b.type, b.expr, b.length, b.dec), "bulk build");
-        Report(std::string("b. ") + fam.name + b.label, Now() - t0, b.floor, "std::sort of the sort entries");
+        m.Stop();
+        Report(std::string("b. ") + fam.name + b.label, m, n, b.floor, "std::sort of the sort entries",
+               *fam.name ? 0 : 'b');
         if (!*fam.name) g_ntx[b.label] = g_rows.back().seconds;
       }
     }
@@ -418,21 +809,19 @@ int main(int argc, char** argv) {
   double floorFind = 0, floorWalk = 0, floorAdd = 0;
   std::vector<std::string> wanted;
   if (want('c')) {
-    std::minstd_rand rng(2);
-    wanted.resize(100000);
-    for (auto& w : wanted) w = Padded(people[rng() % n].name, 20);
-    std::multimap<std::string, uint32_t> map;
-    for (uint32_t i = 0; i < n; ++i) map.emplace(nameKeys[i], i + 1);
-    uint64_t sum = 0;
-    const double f0 = Now();
-    for (const auto& w : wanted) sum += map.find(w)->second;
-    floorFind = Now() - f0;
-    if (sum == 0) std::puts("");
+    wanted = PickNames(n, 100000);
+    if (mapFloors) {
+      const auto map = NameMap(n);
+      uint64_t sum = 0;
+      const double f0 = Now();
+      for (const auto& w : wanted) sum += map.find(w)->second;
+      floorFind = Now() - f0;
+      if (sum == 0) std::puts("");
+    }
   }
   // d. Walk the NAME index from top to end.
-  if (want('d')) {
-    std::multimap<std::string, uint32_t> map;
-    for (uint32_t i = 0; i < n; ++i) map.emplace(nameKeys[i], i + 1);
+  if (want('d') && mapFloors) {
+    const auto map = NameMap(n);
     char key[32];
     uint64_t sum = 0;
     const double f0 = Now();
@@ -449,7 +838,8 @@ int main(int argc, char** argv) {
     if (want('c')) {
       char key[32];
       uint32_t found = 0;
-      t0 = Now();
+      Meter m;
+      m.Start();
       for (const auto& w : wanted) {
         std::memcpy(key, w.c_str(), 21);
         uint32_t rec = 0;
@@ -457,69 +847,76 @@ int main(int argc, char** argv) {
         Check(s, fam.findName);
         if (s == 0) ++found;
       }
-      const double t = Now() - t0;
+      m.Stop();
       if (found != wanted.size()) Die("finding every name", int(found));
-      Report(std::string("c. 100000 ") + fam.findName, t, floorFind, "std::multimap::find");
-      if (!*fam.name) g_ntx["find"] = t;
+      Report(std::string("c. 100000 ") + fam.findName, m, double(wanted.size()), floorFind, "std::multimap::find",
+             *fam.name ? 0 : 'c');
+      if (!*fam.name) g_ntx["find"] = m.wall;
     }
     if (want('d')) {
       char key[32];
       uint32_t rec = 0, count = 0;
-      t0 = Now();
+      Meter m;
+      m.Start();
       int16_t s = fam.top(byName, key, &rec);
       while (s == 0) {
         ++count;
         s = fam.next(byName, key, &rec);
       }
-      const double t = Now() - t0;
+      m.Stop();
       Check(s, "next");
       if (count != n) Die("walking every key", int(count));
-      Report(std::string("d. ") + fam.name + "walk " + std::to_string(n) + " keys", t, floorWalk,
-             "std::multimap iteration");
-      if (!*fam.name) g_ntx["walk"] = t;
+      Report(std::string("d. ") + fam.name + "walk " + std::to_string(n) + " keys", m, n, floorWalk,
+             "std::multimap iteration", *fam.name ? 0 : 'd');
+      if (!*fam.name) g_ntx["walk"] = m.wall;
     }
     if (byName >= 0) Check(fam.close(byName), "close");
   }
   Check(KXDDCLOSE(table), "KXDDCLOSE");
 
   // e. One record at a time with its key.
+  const uint32_t m100k = std::min<uint32_t>(n, 100000);
+  std::vector<Person> first;
   if (want('e')) {
-    const uint32_t m = std::min<uint32_t>(n, 100000);
+    People people;
+    first.resize(m100k);
+    for (Person& p : first) people.Next(p);
     // Floor: the records written one fwrite each and the keys put in a map.
     std::multimap<std::string, uint32_t> map;
     FILE* f = std::fopen("floor_e.dbf", "wb");
     if (!f) Die("fopen", -1);
     char rec[56];
     const double f0 = Now();
-    for (uint32_t i = 0; i < m; ++i) {
-      RecordBytes(people[i], rec);
+    for (uint32_t i = 0; i < m100k; ++i) {
+      RecordBytes(first[i], rec);
       std::fwrite(rec, 1, sizeof rec, f);
       std::fflush(f);
-      map.emplace(nameKeys[i], i + 1);
+      map.emplace(Padded(first[i].name, 20), i + 1);
     }
     floorAdd = Now() - f0;
     std::fclose(f);
     for (const Family& fam : families) {
-      const std::string table = file(fam, "fresh") + ".dbf";
-      const int16_t fresh = CreateTable(table);
+      const std::string tableName = file(fam, "fresh") + ".dbf";
+      const int16_t fresh = CreateTable(tableName);
       Check(fam.create(file(fam, "fresh").c_str()), "create");
       int16_t idx = -1;
       Check(fam.open(&idx, file(fam, "fresh").c_str(), 0x400), "open");
-      t0 = Now();
-      for (uint32_t i = 0; i < m; ++i) {
-        PutPerson(fresh, people[i]);
+      Meter m;
+      m.Start();
+      for (uint32_t i = 0; i < m100k; ++i) {
+        PutPerson(fresh, first[i]);
         uint32_t r = 0;
         Check(KXDDRPUT(fresh, &r, 0), "KXDDRPUT");
         char* key = nullptr;
         Check(fam.make(fresh, idx, &key), "key making");
         Check(fam.add(idx, key, r), "add");
       }
-      const double t = Now() - t0;
+      m.Stop();
       Check(fam.close(idx), "close");
       Check(KXDDCLOSE(fresh), "KXDDCLOSE");
-      Report(std::string("e. ") + fam.name + "add " + std::to_string(m) + " one by one", t, floorAdd,
-             "fwrite+fflush per record, std::multimap insert");
-      if (!*fam.name) g_ntx["add"] = t;
+      Report(std::string("e. ") + fam.name + "add " + std::to_string(m100k) + " one by one", m, m100k, floorAdd,
+             "fwrite+fflush per record, std::multimap insert", *fam.name ? 0 : 'e');
+      if (!*fam.name) g_ntx["add"] = m.wall;
     }
   }
 
@@ -538,51 +935,55 @@ int main(int argc, char** argv) {
     for (const Build& b : builds) {
       char expr[64];
       std::snprintf(expr, sizeof expr, "%s", b.expr);
-      t0 = Now();
+      Meter m;
+      m.Start();
       Check(KXDIINDEX(t2, b.file.c_str(), uint16_t(b.type | flag), expr, b.length), "KXDIINDEX");
-      Report("b. " + form + " " + b.label, Now() - t0, g_ntx[b.label], "the NTX row");
+      m.Stop();
+      Report("b. " + form + " " + b.label, m, n, g_ntx[b.label], "the NTX row");
     }
     int16_t ix = -1;
     Check(KXDIOPENX(&ix, ("name" + tag + ".idx").c_str(), 0x400), "KXDIOPENX");
     if (want('c')) {
-      std::minstd_rand rng(2);
-      std::vector<std::string> wanted(100000);
-      for (auto& w : wanted) w = Padded(people[rng() % n].name, 20);
       char key[32];
-      t0 = Now();
+      Meter m;
+      m.Start();
       for (const auto& w : wanted) {
         std::memcpy(key, w.c_str(), 21);
         uint32_t rec = 0;
         if (KXDIKFIND(ix, key, &rec, 1) != 0) Die("KXDIKFIND", -1);
       }
-      Report("c. " + form + " 100000 KXDIKFIND", Now() - t0, g_ntx["find"], "the NTX row");
+      m.Stop();
+      Report("c. " + form + " 100000 KXDIKFIND", m, double(wanted.size()), g_ntx["find"], "the NTX row");
     }
     if (want('d')) {
       char key[32];
       uint32_t rec = 0, count = 0;
-      t0 = Now();
+      Meter m;
+      m.Start();
       for (int16_t s = KXDIKTOP(ix, key, &rec); s == 0; s = KXDIKNEXT(ix, key, &rec)) ++count;
+      m.Stop();
       if (count != n) Die("walking every IDX key", int(count));
-      Report("d. " + form + " walk", Now() - t0, g_ntx["walk"], "the NTX row");
+      Report("d. " + form + " walk", m, n, g_ntx["walk"], "the NTX row");
     }
     Check(KXDICLOSE(ix), "KXDICLOSE");
     Check(KXDDCLOSE(t2), "KXDDCLOSE");
     if (want('e')) {
-      const uint32_t m = std::min<uint32_t>(n, 100000);
       const int16_t fresh = CreateTable("fresh" + tag + ".dbf");
       char expr[] = "NAME";
       Check(KXDICREATE(("fresh" + tag + ".idx").c_str(), uint16_t('C' | flag), expr, 20), "KXDICREATE");
       Check(KXDIOPENX(&ix, ("fresh" + tag + ".idx").c_str(), 0x400), "KXDIOPENX");
-      t0 = Now();
-      for (uint32_t i = 0; i < m; ++i) {
-        PutPerson(fresh, people[i]);
+      Meter m;
+      m.Start();
+      for (uint32_t i = 0; i < m100k; ++i) {
+        PutPerson(fresh, first[i]);
         uint32_t rec = 0;
         Check(KXDDRPUT(fresh, &rec, 0), "KXDDRPUT");
         char* key = nullptr;
         Check(KXDIKMAKE(fresh, ix, &key), "KXDIKMAKE");
         Check(KXDIKADD(ix, key, rec), "KXDIKADD");
       }
-      Report("e. " + form + " add one by one", Now() - t0, g_ntx["add"], "the NTX row");
+      m.Stop();
+      Report("e. " + form + " add one by one", m, m100k, g_ntx["add"], "the NTX row");
       Check(KXDICLOSE(ix), "KXDICLOSE");
       Check(KXDDCLOSE(fresh), "KXDDCLOSE");
     }
@@ -602,14 +1003,29 @@ int main(int argc, char** argv) {
     MemoStep({"DBT IV 512-byte blocks, shared", "memo.dbt", "floor.dbt", false, 1, 512, 0x400}, texts);
     MemoStep({"DBT IV 512-byte blocks, exclusive", "memox.dbt", "floor.dbt", false, 1, 512, 0}, texts);
   }
+  // g. Several processes (needs a and b: the NAME index of the table).
+  if (want('g') && want('a') && want('b')) ProcessesStep(n);
   KXDTERM();
 
   std::printf("\nRVDB4XX benchmark, N = %u\n\n", n);
-  std::printf("| step | engine (s) | floor (s) | ratio | floor |\n");
-  std::printf("|---|---:|---:|---:|---|\n");
+  std::printf(
+      "| step | engine (s) | CPU (s) | us/record | peak MB | floor (s) | ratio | goal (s) | reference (s) | "
+      "engine/reference | floor |\n");
+  std::printf("|---|---:|---:|---:|---:|---:|---:|---:|---:|---:|---|\n");
+  auto num = [](double v, const char* fmt) {
+    char t[32];
+    if (v <= 0) return std::string("-");
+    std::snprintf(t, sizeof t, fmt, v);
+    return std::string(t);
+  };
   for (const Row& r : g_rows)
-    std::printf("| %s | %.3f | %.3f | %.1f | %s |\n", r.step.c_str(), r.seconds, r.floor,
-                r.floor > 0 ? r.seconds / r.floor : 0.0, r.floorWhat.c_str());
+    std::printf("| %s | %.3f | %s | %s | %s | %s | %s | %s | %s | %s | %s |\n", r.step.c_str(), r.seconds,
+                num(r.cpu, "%.3f").c_str(), num(r.records > 0 ? r.seconds / r.records * 1e6 : 0, "%.3f").c_str(),
+                num(r.peakMB, "%.1f").c_str(), num(r.floor, "%.3f").c_str(),
+                num(r.floor > 0 ? r.seconds / r.floor : 0.0, "%.1f").c_str(), num(r.goal, "%.3f").c_str(),
+                num(r.reference, "%.3f").c_str(), num(r.reference > 0 ? r.seconds / r.reference : 0, "%.2f").c_str(),
+                r.floorWhat.c_str());
+  std::printf("\nPeak resident memory of any step: %.1f MB\n", g_peakMB);
   // Each NDX step against the same step of NTX.
   std::printf("\n| NDX step | NDX (s) | NTX (s) | NDX / NTX |\n|---|---:|---:|---:|\n");
   for (const Row& r : g_rows) {
@@ -655,7 +1071,7 @@ int main(int argc, char** argv) {
                           "amountc.idx", "borns.idx", "bornc.idx", "freshs.dbf", "freshc.dbf", "freshs.idx",
                           "freshc.idx", "memo.fpt", "floor.fpt", "memo.dbt", "memox.dbt", "floor.dbt", "fresh.ntx.dbf",
                           "name.ndx", "amount.ndx", "born.ndx", "fresh.ndx.dbf", "fresh.ndx", "name.mdx", "amount.mdx",
-                          "born.mdx", "fresh.mdx.dbf", "fresh.mdx"})
+                          "born.mdx", "fresh.mdx.dbf", "fresh.mdx", "multi.dbf"})
       fs::remove(scratch / f, ec);
   }
   return 0;

@@ -15,21 +15,21 @@ namespace {
 KXBLOCK g_ctxBlock = 0;
 Context* g_ctx = nullptr;   // the table, kept locked while it exists
 uint16_t g_ctxCount = 0;
-int g_ctxCached = -1;
 }  // namespace
 
 bool HasContextTable() { return g_ctx != nullptr; }
 uint16_t ContextCount() { return g_ctxCount; }
 
-Context* FindContext() {
+Context* g_contextHit = nullptr;
+
+Context* FindContextSlow() {
+  g_contextHit = nullptr;
   if (!g_ctx) return nullptr;
   const uint32_t key = plat::ProcessKey();
-  if (g_ctxCached >= 0 && g_ctxCached < g_ctxCount && g_ctx[g_ctxCached].processKey == key)
-    return &g_ctx[g_ctxCached];
   for (int i = 0; i < g_ctxCount; ++i) {
     if (g_ctx[i].processKey == key) {
-      g_ctxCached = i;
-      return &g_ctx[i];
+      g_contextHit = &g_ctx[i];
+      return g_contextHit;
     }
   }
   return nullptr;
@@ -75,6 +75,7 @@ int16_t SwitchInContext() {
 }
 
 int16_t AddContext() {
+  g_contextHit = nullptr;  // the table may move
   void* p = nullptr;
   if (g_ctx) {
     KXBLOCK b = g_ctxBlock;
@@ -97,7 +98,7 @@ int16_t AddContext() {
   Context& c = g_ctx[g_ctxCount];
   std::memset(&c, 0, sizeof c);
   c.processKey = plat::ProcessKey();
-  g_ctxCached = g_ctxCount;
+  g_contextHit = &c;
   ++g_ctxCount;
   return 0;
 }
@@ -108,7 +109,7 @@ void RemoveContext() {
   int idx = static_cast<int>(c - g_ctx);
   std::memmove(&g_ctx[idx], &g_ctx[idx + 1], sizeof(Context) * size_t(g_ctxCount - idx - 1));
   --g_ctxCount;
-  g_ctxCached = -1;
+  g_contextHit = nullptr;
   if (g_ctxCount == 0) {
     LocalFree(g_ctxBlock);
     g_ctxBlock = 0;

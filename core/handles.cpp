@@ -82,9 +82,20 @@ void FreeHandle(int16_t* handle) {
 }
 
 int16_t AcquireHandle(int16_t handle, int kind, void** state) {
-  KX_STICKY();
-  int16_t s = SwitchInContext();
-  if (s < 0) return s;
+  // The sticky check and the switch into the caller's context, on one
+  // look-up of the context record.
+  Context* c = FindContext();
+  if (!c) {
+    SetMirror(KX_ERR_NOINIT);
+    return KX_ERR_NOINIT;
+  }
+  if (c->status < 0) {
+    LogFailure(KX_MODULE, __LINE__, c->status);
+    return c->status;
+  }
+  LoadWorking(c);
+  c->status = 0;
+  int16_t s = 0;
   HandleSlot* slot = SlotOf(handle);
   if (!slot || slot->kind != kind || kind == KX_KIND_FREE) return SetStatus(KX_ERR_HANDLE);
   if (MemLock(&slot->state, slot->stateBlock) < 0) return KX_FAIL(KX_ERR_MEMLOCK);

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "platform.h"
 #include "rvdb4xx.h"
 
 // Module path written in log lines: the source file relative to the tree
@@ -140,8 +141,17 @@ extern Working g_work;
 extern uint8_t g_asciiSort;   // RVDB4XX.INI [sort] asciisort, 0 or 1
 extern uint32_t g_hostValue;  // RV5InitInstance's second value
 
-// The caller's context record, or null.
-Context* FindContext();
+// The caller's context record, or null. The record found last is kept
+// (every call looks it up several times); it is forgotten whenever the
+// table changes, and a forked child's own key never matches it.
+extern Context* g_contextHit;
+Context* FindContextSlow();
+inline Context* FindContext() {
+  Context* c = g_contextHit;
+  if (c && c->processKey == plat::ProcessKey()) [[likely]]
+    return c;
+  return FindContextSlow();
+}
 // Copies the record's fields into the working copy.
 void LoadWorking(const Context* c);
 // Finds the caller's record (-59 without one), loads the working copy and

@@ -110,7 +110,14 @@ void ProfileString(const char* section, const char* key, const char* def,
                    char* out, size_t outSize);
 
 // ---- Process, clock, notices ---------------------------------------------
-uint32_t ProcessKey();
+// The process key: the process id, kept once asked for (a fork's child
+// asks again), so that the engine's every call finds its context cheaply.
+extern uint32_t g_processKey;
+uint32_t ProcessKeyNow();
+inline uint32_t ProcessKey() {
+  const uint32_t k = g_processKey;
+  return k ? k : ProcessKeyNow();
+}
 struct LocalTime {
   int year, month, day, weekday, hour, minute, second;
 };

@@ -508,21 +508,19 @@ void ProfileString(const char* section, const char* key, const char* def, char* 
 }
 
 // ---- Process, clock, notices ---------------------------------------------------
+uint32_t g_processKey = 0;
 namespace {
-uint32_t g_pid = 0;
 bool g_atforkSet = false;
-void ResetPid() { g_pid = 0; }
+void ResetPid() { g_processKey = 0; }
 }  // namespace
 
-uint32_t ProcessKey() {
-  if (g_pid == 0) {
-    if (!g_atforkSet) {
-      pthread_atfork(nullptr, nullptr, ResetPid);
-      g_atforkSet = true;
-    }
-    g_pid = static_cast<uint32_t>(::getpid());
+uint32_t ProcessKeyNow() {
+  if (!g_atforkSet) {
+    pthread_atfork(nullptr, nullptr, ResetPid);
+    g_atforkSet = true;
   }
-  return g_pid;
+  g_processKey = static_cast<uint32_t>(::getpid());
+  return g_processKey;
 }
 
 LocalTime Now() {

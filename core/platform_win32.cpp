@@ -508,7 +508,11 @@ void ProfileString(const char* section, const char* key, const char* def, char* 
 // ---- Process, clock, notices ---------------------------------------------------
 // GetCurrentProcess gives the same pseudo-handle constant in every process,
 // so contexts are keyed by the process id instead.
-uint32_t ProcessKey() { return static_cast<uint32_t>(GetCurrentProcessId()); }
+uint32_t g_processKey = 0;
+uint32_t ProcessKeyNow() {
+  g_processKey = static_cast<uint32_t>(GetCurrentProcessId());
+  return g_processKey;
+}
 
 LocalTime Now() {
   std::time_t t = std::time(nullptr);

@@ -90,11 +90,43 @@ int16_t Combine(bool plus) {
 
 }  // namespace
 
+// The character field a whole expression names, when nothing else could
+// claim the text (a user procedure, a function, a second term): -1 otherwise.
+int16_t BareCharField(const dbf::DbfState* st, const char* text) {
+  if (g_work.procCount > 0) return -1;
+  size_t n = 0;
+  while (n < 11 && text[n] && text[n] != ',' && text[n] != ')' && text[n] != '+' && text[n] != '(') ++n;
+  if (n == 0 || n >= 11 || text[n]) return -1;
+  for (int16_t i = 0; i < st->fieldCount; ++i)
+    if (std::strncmp(st->fields[i].name, text, 11) == 0) return st->fields[i].type == 'C' ? i : int16_t(-1);
+  return -1;
+}
+
 int16_t Evaluate(int16_t table, const char* text) {
   HandleScope hs(table, KX_KIND_DBF);
   if (!hs.ok()) return KX_FAIL(hs.status());
   DropResult();
   DropAccumulator();
+  const int16_t field = BareCharField(hs.state<dbf::DbfState>(), text);
+  if (field >= 0) {
+    // One character field: its text up to its first NUL, as the term and
+    // its concatenation onto the empty accumulator leave it.
+    const dbf::DbfState* st = hs.state<dbf::DbfState>();
+    const dbf::Field& f = st->fields[field];
+    const char* value = reinterpret_cast<const char*>(st->rec + f.offset);
+    const size_t n = strnlen(value, f.width);
+    KX_TRY(MemAllocLocked(&g_state.acc, &g_state.accPtr, uint32_t(n + 1)));
+    std::memcpy(g_state.accPtr, value, n);
+    static_cast<char*>(g_state.accPtr)[n] = '\0';
+    g_state.accType = 'C';
+    g_state.accLength = uint16_t(n);
+    g_state.table = table;
+    g_state.inDtos = false;
+    g_state.pub.pos = const_cast<char*>(text + std::strlen(text));
+    g_state.pub.type = 'C';
+    g_state.pub.length = f.width;
+    return 0;
+  }
   KX_TRY(MemAllocLocked(&g_state.acc, &g_state.accPtr, 1));
   g_state.table = table;
   g_state.dbf = hs.state<dbf::DbfState>();

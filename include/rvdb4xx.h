@@ -44,6 +44,11 @@
  *   processes wrote before it. An open table or index keeps a shared memory
  *   view of its first bytes (the DBF record count; the NTX update counter,
  *   root and free head), so that this costs no system call per call.
+ * - A write that falls inside a file's shared view (index pages and headers
+ *   of the index families, the DBF record count) is stored through the view:
+ *   it is in the file at once for every process and survives the writer
+ *   being killed, without a system call; the file's modification time then
+ *   follows when the system writes the page back.
  * - NTX pages are read through a shared view of the whole index file, so a
  *   page is always the file's current bytes. A handle keeps its position
  *   (the pages of its path from the root) from one call to the next only

@@ -13,11 +13,13 @@ void FormatPage(uint8_t* pg, uint16_t maxKeys, uint16_t itemSize) {
 bool PageSane(const NtxState* st, const uint8_t* pg) {
   if (Count(pg) > st->maxKeys) return false;
   const unsigned lo = 2u * st->maxKeys + 4, hi = kPage - st->itemSize;
-  for (int i = 0; i <= st->maxKeys; ++i) {
-    unsigned off = SlotOf(pg, i);
-    if (off < lo || off > hi) return false;
-  }
-  return true;
+  if (hi < lo) return false;
+  // Every offset within [lo, hi]: one unsigned comparison each, no early
+  // exit, so that the loop runs on whole vectors.
+  const unsigned span = hi - lo;
+  unsigned bad = 0;
+  for (int i = 0; i <= st->maxKeys; ++i) bad |= unsigned(unsigned(SlotOf(pg, i)) - lo > span);
+  return bad == 0;
 }
 
 static bool ValidOffset(const NtxState* st, uint32_t offset) {
@@ -25,6 +27,8 @@ static bool ValidOffset(const NtxState* st, uint32_t offset) {
 }
 
 int16_t PageGet(NtxState* st, uint32_t offset, bool raw) {
+  // The current page is the most recently used entry already.
+  if (st->page && st->pageOffset == offset) return 0;
   bool fresh = false;
   KX_TRY(ix::Get(st, offset, &fresh));
   if (fresh && !raw && !PageSane(st, st->page)) {
