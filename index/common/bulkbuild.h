@@ -36,6 +36,13 @@ struct Block {
 
 constexpr uint32_t kWriteRegion = 1u << 20;  // tree pages gathered per file write
 
+// Bytes of sort entries a bulk build holds in memory at once (one run). The
+// sort's two arrays of references take as much again or more (16 bytes per
+// entry), so that a build of short keys holds about 3.7 times this: some
+// 90 MB. Each family keeps its own copy, which tests lower to make a build go
+// through several runs and the merge.
+constexpr uint32_t kSortRunBytes = 24u << 20;
+
 // Gathers tree pages into one region of the file so that consecutive pages go
 // out in one write. Pages not yet written inside a written region are holes
 // of zeros until their own write, which always comes later.

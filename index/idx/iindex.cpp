@@ -12,9 +12,7 @@
 
 namespace rv::idx {
 
-// Bytes of sort entries held in memory at once; tests lower it to make the
-// build go through several runs and the merge.
-uint32_t g_indexSortBytes = 64u << 20;
+uint32_t g_indexSortBytes = ix::kSortRunBytes;  // one run's sort entries
 
 namespace {
 

@@ -10,8 +10,7 @@
 
 namespace rv::mdx {
 
-// Bytes of sort entries held in memory at once (one run).
-uint32_t g_tagSortBytes = 64u << 20;
+uint32_t g_tagSortBytes = ix::kSortRunBytes;  // one run's sort entries
 
 namespace {
 

@@ -12,11 +12,7 @@
 
 namespace rv::ntx {
 
-// Bytes of sort entries held in memory at once (one run). The sort's two
-// arrays of references take as much again or more (16 bytes per entry), so
-// that a build of short keys holds about 3.7 times this: some 90 MB. Tests
-// lower it to make the build go through several runs and the merge.
-uint32_t g_indexSortBytes = 24u << 20;
+uint32_t g_indexSortBytes = ix::kSortRunBytes;  // one run's sort entries
 
 namespace {
 
