@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "index/common/le.h"
 #include "index/common/pagecache.h"
 #include "kxcore.h"
 
@@ -27,20 +28,10 @@ using ix::kChanged;
 using ix::kFreed;
 
 // Little-endian field access.
-inline uint16_t Rd16(const uint8_t* p) { return uint16_t(p[0] | p[1] << 8); }
-inline uint32_t Rd32(const uint8_t* p) {
-  return uint32_t(p[0]) | uint32_t(p[1]) << 8 | uint32_t(p[2]) << 16 | uint32_t(p[3]) << 24;
-}
-inline void Wr16(uint8_t* p, uint16_t v) {
-  p[0] = uint8_t(v);
-  p[1] = uint8_t(v >> 8);
-}
-inline void Wr32(uint8_t* p, uint32_t v) {
-  p[0] = uint8_t(v);
-  p[1] = uint8_t(v >> 8);
-  p[2] = uint8_t(v >> 16);
-  p[3] = uint8_t(v >> 24);
-}
+using ix::Rd16;
+using ix::Rd32;
+using ix::Wr16;
+using ix::Wr32;
 
 // Maximum keys per page for a key length: ((1020 / (len + 10)) - 1), even.
 inline uint16_t MaxKeysFor(unsigned keyLength) {
