@@ -111,8 +111,10 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
   if (fuzz::g_dir.empty()) std::abort();
   std::atexit(fuzz::RemoveScratch);
   setenv("RVDB4XX_INI", fuzz::Path("none.ini").c_str(), 1);
-  fs::current_path(fuzz::g_dir);  // bulk builds write their runs here
-  fuzz::Prepare();
+  {
+    fuzz::InScratch here;  // bulk builds write their runs in the current directory
+    fuzz::Prepare();
+  }
   if (const char* out = std::getenv("RVDB_FUZZ_SEEDS")) {
     fs::create_directories(out);
     fuzz::Seeds(out);

@@ -42,10 +42,10 @@ for src in fuzz/*_fuzz.cpp; do
   [ -d "fuzz/corpus/$name" ] && cp -n "fuzz/corpus/$name"/* "$dir/corpus/" 2>/dev/null
   opts=(-max_total_time="$secs" -timeout=10 -rss_limit_mb=2048 -malloc_limit_mb=2048 -detect_leaks=1
         -max_len=16384 -print_final_stats=1 -artifact_prefix="$dir/")
-  [ -f "fuzz/$name.dict" ] && opts+=(-dict="fuzz/$name.dict")
+  [ -f "fuzz/$name.dict" ] && opts+=(-dict="$root/fuzz/$name.dict")
   echo "== $name: ${secs}s"
   set +e
-  "build/fuzz/fuzz/$name" "${opts[@]}" "$dir/corpus" >"$dir/log" 2>&1
+  "$root/build/fuzz/fuzz/$name" "${opts[@]}" "$dir/corpus" >"$dir/log" 2>&1
   rc=$?
   set -e
   rm -rf "$TMPDIR"/rvdbfuzz_*
@@ -53,11 +53,11 @@ for src in fuzz/*_fuzz.cpp; do
   last=$(grep -E '^#[0-9]+' "$dir/log" | tail -1 || true)
   cov=$(sed -nE 's/.* cov: ([0-9]+) ft: ([0-9]+).*/cov \1 ft \2/p' <<<"$last")
   # Inputs that once found a fault (fuzz/repro/<family>/) must not fail.
-  repro="fuzz/repro/${name%_fuzz}"
+  repro="$root/fuzz/repro/${name%_fuzz}"
   if [ $rc -eq 0 ] && [ -d "$repro" ]; then
     set +e
     find "$repro" -type f ! -name '*.md' -print0 |
-      xargs -0 -r "build/fuzz/fuzz/$name" -timeout=10 -rss_limit_mb=2048 -artifact_prefix="$dir/" >"$dir/repro.log" 2>&1
+      xargs -0 -r "$root/build/fuzz/fuzz/$name" -timeout=10 -rss_limit_mb=2048 -artifact_prefix="$dir/" >"$dir/repro.log" 2>&1
     rc=$?
     set -e
     [ $rc -ne 0 ] && cat "$dir/repro.log" >>"$dir/log"
