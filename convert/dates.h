@@ -54,6 +54,19 @@ int16_t DateI2L(int32_t* dayNumber, int16_t year, int16_t month, int16_t day);
 // the years where the forward formula skips; -21 for a null pointer.
 int16_t DateL2I(int16_t* year, int16_t* month, int16_t* day, int32_t dayNumber);
 
+// Whether `text` starts with the eight digits of a valid date, year first
+// (YYYYMMDD, the form stored in tables): such text reads and prints in date
+// style 4 as it stands. Applies the leap computation of its year, as a
+// parse would.
+inline bool StoredDateDigits(const char* text) {
+  for (int i = 0; i < 8; ++i)
+    if (text[i] < '0' || text[i] > '9') return false;
+  auto two = [text](int i) { return (text[i] - '0') * 10 + (text[i + 1] - '0'); };
+  const int y = two(0) * 100 + two(2), m = two(4), d = two(6);
+  LeapYear(int16_t(y));
+  return m >= 1 && m <= 12 && d >= 1 && d <= g_monthDays[m];
+}
+
 // ---- Conversions the other families use ------------------------------------
 
 // Parses a date string in `style`. 0; 2 for an empty date (blank or only

@@ -32,17 +32,10 @@ int16_t PutDate(DbfState* st, const Field& f, const char* text) {
     // Eight digits in the style of the file: a valid date is stored as it
     // stands, which is what reading and printing it would give (February
     // is left as that leap computation leaves it).
-    int n = 0;
-    while (n < 8 && text[n] >= '0' && text[n] <= '9') ++n;
-    if (n == 8 && text[8] == '\0') {
-      auto two = [text](int i) { return (text[i] - '0') * 10 + (text[i + 1] - '0'); };
-      const int y = two(0) * 100 + two(2), m = two(4), d = two(6);
-      LeapYear(int16_t(y));
-      if (m >= 1 && m <= 12 && d >= 1 && d <= g_monthDays[m]) {
-        std::memset(dst, ' ', f.width);
-        std::memcpy(dst, text, width);
-        return 0;
-      }
+    if (strnlen(text, 9) == 8 && StoredDateDigits(text)) {
+      std::memset(dst, ' ', f.width);
+      std::memcpy(dst, text, width);
+      return 0;
     }
   }
   const char* p = text;

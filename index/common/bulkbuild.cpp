@@ -270,6 +270,12 @@ KeyPlan PlanKeys(const dbf::DbfState* db, const char* expression) {
 }
 
 int16_t DtosKey(const dbf::Field& f, const uint8_t* rec, uint16_t recLen, uint8_t* out, uint16_t keyLength) {
+  if (f.width >= 8 && StoredDateDigits(reinterpret_cast<const char*>(rec + f.offset))) {
+    // A valid stored date: what parsing and printing it would give.
+    std::memcpy(out, rec + f.offset, keyLength < 8 ? keyLength : 8);
+    for (uint16_t i = 8; i < keyLength; ++i) out[i] = ' ';
+    return 0;
+  }
   const uint8_t* p = rec + f.offset;
   const uint8_t* end = rec + recLen;
   while (p < end && *p == ' ') ++p;
