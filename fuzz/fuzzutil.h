@@ -91,6 +91,23 @@ struct Reader {
   uint32_t U32() { return uint32_t(U16()) | uint32_t(U16()) << 16; }
 };
 
+// An input's file: the rest of the input whole (`whole`), or `base` with the
+// input's edits applied (a count, then 3 bytes each: offset low and high
+// byte, new value; offsets past the end are ignored).
+inline void WriteEdited(Reader& in, bool whole, const Bytes& base, const std::string& path) {
+  if (whole) {
+    WriteFile(path, in.p, in.n);
+    return;
+  }
+  Bytes file = base;
+  for (int edits = in.Byte(); edits > 0; --edits) {
+    const size_t at = size_t(in.Byte()) | size_t(in.Byte()) << 8;
+    const uint8_t value = in.Byte();
+    if (at < file.size()) file[at] = value;
+  }
+  WriteFile(path, file.data(), file.size());
+}
+
 inline void RemoveScratch() {
   std::error_code ec;
   fs::remove_all(g_dir, ec);

@@ -94,17 +94,7 @@ void Run(const uint8_t* data, size_t size) {
   std::vector<uint8_t> ops(in.Byte() % 48);
   for (auto& op : ops) op = in.Byte();
   const std::string path = Path("f.ndx");
-  if (head & 0x04) {
-    WriteFile(path, in.p, in.n);
-  } else {
-    Bytes file = g_base;
-    for (int edits = in.Byte(); edits > 0; --edits) {
-      const size_t at = size_t(in.Byte()) | size_t(in.Byte()) << 8;
-      const uint8_t value = in.Byte();
-      if (at < file.size()) file[at] = value;
-    }
-    WriteFile(path, file.data(), file.size());
-  }
+  WriteEdited(in, (head & 0x04) != 0, g_base, path);
   const uint16_t mode = kModes[head & 3];
   int16_t h = -1;
   if (Call(KXDNOPENX(&h, path.c_str(), mode)) < 0) return;
