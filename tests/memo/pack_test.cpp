@@ -1,8 +1,6 @@
 // Memo pack: block sizes that KXDWCREATE cannot make are kept, the backup
 // and temporary names, the host's record buffer, and refusals that change
 // nothing.
-#include <algorithm>
-
 #include "core/kxcore.h"
 #include "memoutil.h"
 
@@ -26,12 +24,6 @@ class MemoPack : public EngineTest {
       EXPECT_EQ(KXDDRCLEAR(t) + KXDDFPUTS(t, 0, name.c_str()) + KXDDFPUT(t, 1, &block) + KXDDRPUT(t, &r, 0), 0);
     }
     return t;
-  }
-  std::vector<std::string> Names(const std::string& sub) {
-    std::vector<std::string> n;
-    for (auto& e : fs::directory_iterator(dir.path() / sub)) n.push_back(e.path().filename().string());
-    std::sort(n.begin(), n.end());
-    return n;
   }
 };
 
@@ -61,7 +53,7 @@ TEST_F(MemoPack, BlockSizesNamesAndTheRecordBuffer) {
     ASSERT_EQ(KXDWPACK(t, &m), 0);
     EXPECT_TRUE(ReadBytes(dir.file("DATA/people.TBK")) == orig);
     EXPECT_EQ(ReadText(dir.file("DATA/0.FPT")), "taken");
-    EXPECT_EQ(Names("DATA"), (std::vector<std::string>{"0.FPT", "people.TBK", "people.dbf", "people.fpt"}));
+    EXPECT_EQ(Names(dir.path() / "DATA"), (std::vector<std::string>{"0.FPT", "people.TBK", "people.dbf", "people.fpt"}));
     const auto packed = ReadBytes(memo);
     ASSERT_GE(packed.size(), 8u);
     EXPECT_EQ(std::vector<uint8_t>(packed.begin() + 4, packed.begin() + 8), Be(blockSize));
@@ -91,7 +83,7 @@ TEST_F(MemoPack, RefusalsChangeNothing) {
     int16_t m = -1;
     const int16_t t = MakeFiles(*l, table, memo, 3, &m);
     const auto memoBytes = ReadBytes(memo);
-    const std::vector<std::string> names = Names("");
+    const std::vector<std::string> names = Names(dir.path());
     int16_t other = 0;  // another program holds record 1
     ASSERT_TRUE(rv::files::Open(table.c_str(), 15 | 0x8000, &other) && rv::files::Lock(other, kRec0 - 1, 1));
     int16_t word = m;
@@ -105,7 +97,7 @@ TEST_F(MemoPack, RefusalsChangeNothing) {
     EXPECT_FAIL(l->api->pack(t, &word), KX_ERR_SEEK);
     EXPECT_EQ(word, m);
     EXPECT_TRUE(ReadBytes(memo) == memoBytes && ReadBytes(table) == badTable);
-    EXPECT_EQ(Names(""), names);
+    EXPECT_EQ(Names(dir.path()), names);
     ASSERT_EQ(KXDDRGET(t, 1), 0);
     EXPECT_EQ(Get(*l, m, int32_t(MemoNumber(t, 1))).substr(0, 9), "R1 notes ");
     ASSERT_EQ(l->api->close(m) + KXDDCLOSE(t), 0);

@@ -38,23 +38,8 @@ std::string Dump(const std::vector<Row>& rows) {
                                        << want.substr(at, 40) << "\"";
 }
 
-class MemoPeers : public EngineTest {
+class MemoPeers : public PeerTest {
  protected:
-  void SetUp() override {
-    EngineTest::SetUp();
-#if defined(_WIN32)
-    GTEST_SKIP() << "the peer programs (Debian's, through the POSIX shell) run on Linux only";
-#endif
-    ASSERT_EQ(Shell("/usr/bin/python3 -c 'import dbf' && perl -MXBase -e 1"), 0)
-        << "python3-dbf and libdbd-xbase-perl are needed (scripts/deps.sh installs them)";
-  }
-  // One peer's dump of a table (../dbf/peer_dump.py or .pl).
-  std::string PeerDump(const std::string& table, const char* peer) {
-    const std::string script = std::string(TEST_DATA_DIR) + "/../dbf/peer_dump." + peer;
-    const std::string runner = std::string(peer) == "py" ? "/usr/bin/python3" : "perl";
-    EXPECT_EQ(Shell(runner + " '" + script + "' '" + table + "' > '" + table + ".txt' 2>&1"), 0) << ReadText(table + ".txt");
-    return ReadText(table + ".txt");
-  }
   // The engine's dump of a table's memos: the memo numbers are taken from
   // the table's bytes (ID N 4 at 1, NOTE M 10 at 5: python3-dbf's FoxPro
   // header area is not one the table open accepts), the memos are read

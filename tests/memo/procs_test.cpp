@@ -1,9 +1,6 @@
 // Memo files shared between programs: two workers appending memos under the
 // table's file lock never take each other's blocks, and a pack killed at a
 // random moment leaves the old or the new memo file whole.
-#include <fstream>
-#include <random>
-
 #include "memoutil.h"
 
 using namespace memotest;
@@ -77,33 +74,23 @@ TEST_P(MemoProcs, KilledPackLeavesAMemoFileWhole) {
     WriteBytes(memo, oldMemo);
     WriteBytes(table, oldTable);
   };
-  const auto start = std::chrono::steady_clock::now();
-  Child whole = Start({"mpack", table, memo});
-  ASSERT_EQ(Wait(whole), 0);
-  const auto us = std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - start).count();
-  const auto newMemo = ReadBytes(memo);
-  ASSERT_LT(newMemo.size(), oldMemo.size());
-  std::mt19937 rng(20240612u + l.size);
+  std::vector<uint8_t> newMemo;
   int olds = 0, news = 0;
-  for (int round = 0; round < 12; ++round) {
-    SCOPED_TRACE(round);
-    reset();
-    Child c = Start({"mpack", table, memo});
-    std::this_thread::sleep_for(std::chrono::microseconds(rng() % uint32_t(us + 1)));
-    Kill(c);
-    const int rc = Wait(c);
-    EXPECT_TRUE(rc == -1 || rc == 0) << rc;
+  KilledRuns({"mpack", table, memo}, 20240612u + l.size, reset, [&](int round) {
+    if (round < 0) {
+      newMemo = ReadBytes(memo);
+      ASSERT_LT(newMemo.size(), oldMemo.size());
+      return;
+    }
     if (!fs::exists(memo)) {
       ASSERT_TRUE(ReadBytes(backup) == oldMemo);
-      continue;
+      return;
     }
     const auto now = ReadBytes(memo);
     ASSERT_TRUE(now == oldMemo || now == newMemo) << now.size() << " bytes";
-    if (now == oldMemo) {
-      ASSERT_TRUE(ReadBytes(table) == oldTable);
-    }
+    ASSERT_TRUE(now != oldMemo || ReadBytes(table) == oldTable);
     (now == oldMemo ? olds : news)++;
-  }
+  });
   RecordProperty("old/new", std::to_string(olds) + "/" + std::to_string(news));
 }
 
