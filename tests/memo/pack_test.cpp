@@ -14,10 +14,7 @@ class MemoPack : public EngineTest {
   int16_t MakeFiles(const Layout& l, const std::string& table, const std::string& memo, int records, int16_t* m) {
     MakeTable(table, {F("NAME", 'C', 8), F("NOTE", 'M', 10)}, l.tableMode, {});
     const int16_t t = OpenTable(table, l.tableMode | 0x400);
-    if (!fs::exists(memo)) {
-      EXPECT_EQ(l.api->create(memo.c_str(), l.size), 0);
-    }
-    EXPECT_EQ(l.api->open(m, memo.c_str(), 0x400), 0);
+    *m = fs::exists(memo) ? OpenMemo(l, memo) : MakeMemo(l, memo);
     for (int i = 1; i <= records; ++i) {
       const std::string name = "R" + std::to_string(i);
       uint32_t block = Put(l, *m, name + " notes " + Text(size_t(300 * i), uint32_t(i))), r = 0;
@@ -90,9 +87,7 @@ TEST_F(MemoPack, RefusalsChangeNothing) {
     EXPECT_FAIL(l->api->pack(t, &word), KX_ERR_LOCK);
     rv::files::Close(other);
     // Record 2's memo number points past the file's end.
-    ASSERT_EQ(KXDDRGET(t, 2), 0);
-    uint32_t bad = 99999, r = 2;
-    ASSERT_EQ(KXDDFPUT(t, 1, &bad) + KXDDRPUT(t, &r, 256), 0);
+    SetMemoNumber(t, 2, 1, 99999);
     const auto badTable = ReadBytes(table);
     EXPECT_FAIL(l->api->pack(t, &word), KX_ERR_SEEK);
     EXPECT_EQ(word, m);

@@ -46,8 +46,7 @@ class MemoPeers : public PeerTest {
   // through the engine.
   std::string EngineDump(const std::string& table, const Layout& l, const std::string& memo) {
     const auto b = ReadBytes(table);
-    int16_t m = -1;
-    EXPECT_EQ(l.api->open(&m, memo.c_str(), 0x100 | 0x400), 0) << memo;
+    const int16_t m = OpenMemo(l, memo, 0x100 | 0x400);
     std::vector<Row> rows;
     for (uint32_t r = 0; r < Le32(b, 4); ++r) {
       const std::string rec(b.begin() + Le16(b, 8) + long(r * Le16(b, 10)), b.begin() + Le16(b, 8) + long((r + 1) * Le16(b, 10)));
@@ -72,25 +71,21 @@ TEST_F(MemoPeers, PeersReadMemosTheEngineWrites) {
     int16_t t = OpenTable(table, l->tableMode | 0x400), m = MakeMemo(*l, memo);
     std::vector<Row> rows;
     for (const std::string& text : Texts(l->blockSize)) {
-      uint32_t block = Put(*l, m, text), r = 0;
-      const double id = double(rows.size() + 1);
-      ASSERT_EQ(KXDDRCLEAR(t) + KXDDFPUT(t, 0, &id) + KXDDFPUT(t, 1, &block) + KXDDRPUT(t, &r, 0), 0);
-      rows.push_back({false, int(id), text});
+      AppendWithMemo(t, {double(rows.size() + 1)}, Put(*l, m, text));
+      rows.push_back({false, int(rows.size() + 1), text});
     }
     ASSERT_EQ(KXDDRDEL(t, 2), 0);
     rows[1].deleted = true;
     for (auto [r, text] : {std::pair{4u, Text(5000, 5)}, {6u, std::string("short now")}}) {
       ASSERT_EQ(KXDDRGET(t, int32_t(r)), 0);
-      uint32_t block = Put(*l, m, text, MemoNumber(t, 1), 256);
-      ASSERT_EQ(KXDDFPUT(t, 1, &block) + KXDDRPUT(t, &r, 256), 0);
+      SetMemoNumber(t, r, 1, Put(*l, m, text, MemoNumber(t, 1), 256));
       rows[r - 1].text = text;
     }
     ASSERT_EQ(KXDDCLOSE(t) + l->api->close(m), 0);
     const bool python = l->tableMode != 2;  // python3-dbf refuses dBASE IV tables
     const std::string before = Dump(rows);
     EXPECT_TRUE(Same((python ? PeerDump(table, "py") : before) + PeerDump(table, "pl"), before + before));
-    t = OpenTable(table, l->tableMode | 0x400);
-    ASSERT_EQ(l->api->open(&m, memo.c_str(), 0x400), 0);
+    t = OpenTable(table, l->tableMode | 0x400), m = OpenMemo(*l, memo);
     const auto unpacked = ReadBytes(memo).size();
     ASSERT_EQ(l->api->pack(t, &m), 0);
     ASSERT_EQ(KXDDPACK(&t), 0);

@@ -33,8 +33,7 @@ TEST_P(MemoProcs, TwoWritersAppendUnderTheTableLock) {
   for (int w = 1; w <= 2; ++w)
     workers.push_back(Start({"mappend", table, memo, std::to_string(w), std::to_string(kEach), dir.file("w" + std::to_string(w))}));
   for (auto& w : workers) ASSERT_EQ(Wait(w), 0);
-  int16_t t = OpenTable(table, l.tableMode | 0x400), m = -1;
-  ASSERT_EQ(l.api->open(&m, memo.c_str(), 0x400), 0);
+  int16_t t = OpenTable(table, l.tableMode | 0x400), m = OpenMemo(l, memo);
   uint32_t n = 0;
   ASSERT_EQ(KXDDSIZE(t, &n), 0);
   ASSERT_EQ(n, uint32_t(2 * kEach));
@@ -56,15 +55,10 @@ TEST_P(MemoProcs, KilledPackLeavesAMemoFileWhole) {
   MakeFiles();
   const std::string backup = dir.file("p.TBK");
   {
-    int16_t t = OpenTable(table, l.tableMode | 0x400), m = -1;
-    ASSERT_EQ(l.api->open(&m, memo.c_str(), 0x400), 0);
+    int16_t t = OpenTable(table, l.tableMode | 0x400), m = OpenMemo(l, memo);
     for (long i = 0; i < 3000; ++i) {
-      uint32_t block = Put(l, m, MemoText(1, i)), r = 0;
-      const double w = 1, seq = double(i);
-      ASSERT_EQ(KXDDRCLEAR(t) + KXDDFPUT(t, 0, &w) + KXDDFPUT(t, 1, &seq) + KXDDFPUT(t, 2, &block) + KXDDRPUT(t, &r, 0), 0);
-      if (i % 3 == 0) {
-        ASSERT_EQ(KXDDRDEL(t, r), 0);
-      }
+      const uint32_t r = AppendWithMemo(t, {1, double(i)}, Put(l, m, MemoText(1, i)));
+      ASSERT_TRUE(i % 3 || KXDDRDEL(t, r) == 0);
     }
     ASSERT_EQ(l.api->close(m) + KXDDCLOSE(t), 0);
   }
