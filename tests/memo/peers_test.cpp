@@ -101,16 +101,6 @@ TEST_F(MemoPeers, PeersReadMemosTheEngineWrites) {
 // and Perl XBase (FPT, dBASE III and IV) write the exchange's texts; the
 // engine reads them all.
 TEST_F(MemoPeers, EngineReadsMemosThePeersWrite) {
-  struct Case {
-    const char* name;
-    const Layout* l;
-    std::string script;
-  } cases[] = {
-      {"py-fpt64", &kFpt64, "py fp 64"},       {"py-fpt512", &kFpt512, "py fp 512"},
-      {"py-fpt1024", &kFpt512, "py fp 1024"},  {"py-dbt3", &kDbt3, "py db3 512"},
-      {"pl-fpt", &kFpt512, "pl 0xF5 fpt"},     {"pl-dbt3", &kDbt3, "pl 0x83 dbt"},
-      {"pl-dbt4", &kDbt4, "pl 0x8B dbt"},
-  };
   const std::string py =
       "import dbf, sys\n"
       "path, kind, size, texts = sys.argv[1:]\n"
@@ -128,24 +118,26 @@ TEST_F(MemoPeers, EngineReadsMemosThePeersWrite) {
       " while (<$in>) { chomp; $t->set_record($i, $i + 1, $_); $i++ } $t->close;";
   WriteText(dir.file("w.py"), py);
   WriteText(dir.file("w.pl"), pl);
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
-    std::istringstream args(c.script);
-    std::string peer, kind, size;
-    args >> peer >> kind >> size;
-    const uint32_t blockSize = peer == "py" ? uint32_t(std::stoul(size)) : 512;
+  // The peer, its script's arguments (python: type and block size; Perl:
+  // version byte and memo file), the layout the engine reads it as.
+  for (auto [peer, kind, size, l] : {std::tuple{"py", "fp", "64", &kFpt64}, {"py", "fp", "512", &kFpt512},
+                                     {"py", "fp", "1024", &kFpt512}, {"py", "db3", "512", &kDbt3},
+                                     {"pl", "0xF5", "fpt", &kFpt512}, {"pl", "0x83", "dbt", &kDbt3},
+                                     {"pl", "0x8B", "dbt", &kDbt4}}) {
+    const std::string name = std::string(peer) + kind + size;
+    SCOPED_TRACE(name);
+    const uint32_t blockSize = peer == std::string("py") ? uint32_t(std::stoul(size)) : 512;
     std::string lines;
     std::vector<Row> rows;
     for (const std::string& text : Texts(blockSize)) {
       lines += text + "\n";
       rows.push_back({false, int(rows.size() + 1), text});
     }
-    const std::string table = dir.file(std::string(c.name) + ".dbf"), texts = dir.file("texts.txt");
+    const std::string table = dir.file(name + ".dbf"), texts = dir.file("texts.txt");
     WriteText(texts, lines);
-    ASSERT_EQ(Shell((peer == "py" ? "/usr/bin/python3 '" : "perl '") + dir.file("w." + peer) + "' '" + table + "' " +
-                    kind + " " + size + " '" + texts + "'"), 0);
-    const std::string memo = table.substr(0, table.size() - 3) + (c.l == &kDbt3 || c.l == &kDbt4 ? "dbt" : "fpt");
-    EXPECT_TRUE(Same(EngineDump(table, *c.l, memo), Dump(rows)));
+    ASSERT_EQ(Shell((peer == std::string("py") ? "/usr/bin/python3 '" : "perl '") + dir.file("w." + std::string(peer)) +
+                    "' '" + table + "' " + kind + " " + size + " '" + texts + "'"), 0);
+    EXPECT_TRUE(Same(EngineDump(table, *l, dir.file(name + l->ext)), Dump(rows)));
   }
 }
 
