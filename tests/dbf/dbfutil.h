@@ -3,11 +3,14 @@
 // worker processes sharing a table.
 #pragma once
 
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
 #include <ctime>
+#include <fstream>
+#include <functional>
+#include <random>
 #include <string>
 #include <thread>
 #include <utility>
@@ -124,6 +127,34 @@ class LockTable : public EngineTest {
 // Runs a shell command (the peer programs).
 inline int Shell(const std::string& cmd) { return std::system(cmd.c_str()); }
 
+// Tests against python3-dbf and Perl's XBase (Linux only).
+class PeerTest : public EngineTest {
+ protected:
+  void SetUp() override {
+    EngineTest::SetUp();
+#if defined(_WIN32)
+    GTEST_SKIP() << "the peer programs (Debian's, through the POSIX shell) run on Linux only";
+#endif
+    ASSERT_EQ(Shell("/usr/bin/python3 -c 'import dbf' && perl -MXBase -e 1"), 0)
+        << "python3-dbf and libdbd-xbase-perl are needed (scripts/deps.sh installs them)";
+  }
+  // One peer's dump of a table ("py" or "pl": tests/dbf/peer_dump.py or .pl).
+  std::string PeerDump(const std::string& table, const std::string& peer) {
+    const std::string script = std::string(TEST_DATA_DIR) + "/../dbf/peer_dump." + peer;
+    EXPECT_EQ(Shell((peer == "py" ? "/usr/bin/python3 '" : "perl '") + script + "' '" + table + "' > '" + table +
+                    ".txt' 2>&1"), 0) << ReadText(table + ".txt");
+    return ReadText(table + ".txt");
+  }
+};
+
+// The names in a directory, sorted.
+inline std::vector<std::string> Names(const fs::path& dir) {
+  std::vector<std::string> n;
+  for (auto& e : fs::directory_iterator(dir)) n.push_back(e.path().filename().string());
+  std::sort(n.begin(), n.end());
+  return n;
+}
+
 // The worker program sharing tables with the lock and pack tests; id 0
 // when it could not be started.
 struct Child { intptr_t id = 0; };
@@ -168,6 +199,30 @@ inline int Wait(Child& c) {
   if (!id || waitpid(pid_t(id), &status, 0) != pid_t(id)) return -1;
   return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 #endif
+}
+
+// Runs a worker job whole, timing it, then 12 times killed at a random
+// moment within that time: reset() before every run, check(round) after
+// every one (round -1 the whole run).
+inline void KilledRuns(const std::vector<std::string>& job, uint32_t seed, const std::function<void()>& reset,
+                       const std::function<void(int round)>& check) {
+  reset();
+  const auto start = std::chrono::steady_clock::now();
+  Child whole = Start(job);
+  ASSERT_EQ(Wait(whole), 0);
+  const auto us = std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - start).count();
+  check(-1);
+  std::mt19937 rng(seed);
+  for (int round = 0; round < 12 && !::testing::Test::HasFatalFailure(); ++round) {
+    SCOPED_TRACE(round);
+    reset();
+    Child c = Start(job);
+    std::this_thread::sleep_for(std::chrono::microseconds(rng() % uint32_t(us + 1)));
+    Kill(c);
+    const int rc = Wait(c);
+    EXPECT_TRUE(rc == -1 || rc == 0) << rc;
+    check(round);
+  }
 }
 
 // The first line of a file another process renames into place, once it

@@ -1,7 +1,6 @@
 // Tables exchanged with other xBase programs: python3-dbf and Perl's XBase
 // read what the engine writes and write what the engine reads; the
 // reference table reads exactly as its record list says.
-#include <algorithm>
 #include <regex>
 #include <sstream>
 
@@ -41,23 +40,10 @@ std::string EngineDump(const std::string& table) {
   return out.str();
 }
 
-class DbfPeers : public EngineTest {
+// Both peers' dumps of a table, one after the other.
+class DbfPeers : public PeerTest {
  protected:
-  void SetUp() override {
-    EngineTest::SetUp();
-#if defined(_WIN32)
-    GTEST_SKIP() << "the peer programs (Debian's, through the POSIX shell) run on Linux only";
-#endif
-    ASSERT_EQ(Shell("/usr/bin/python3 -c 'import dbf' && perl -MXBase -e 1"), 0)
-        << "python3-dbf and libdbd-xbase-perl are needed (scripts/deps.sh installs them)";
-  }
-  // Both peers' dumps of a table (peer_dump.py, peer_dump.pl), one after the other.
-  std::string Dumps(const std::string& table) {
-    const std::string script = std::string(TEST_DATA_DIR) + "/../dbf/peer_dump.";
-    EXPECT_EQ(Shell("/usr/bin/python3 '" + script + "py' '" + table + "' > '" + table + ".txt' 2>&1 && perl '" +
-                    script + "pl' '" + table + "' >> '" + table + ".txt' 2>&1"), 0);
-    return ReadText(table + ".txt");
-  }
+  std::string Dumps(const std::string& table) { return PeerDump(table, "py") + PeerDump(table, "pl"); }
 };
 
 TEST_F(DbfPeers, PeersReadTablesTheEngineWrites) {

@@ -57,7 +57,7 @@ TEST_F(MemoDamage, DamagedFilesGiveStatuses) {
     ASSERT_EQ(k.l->api->close(h), 0);
     k.damage(path, a, b, c);
     const auto damaged = ReadBytes(path);
-    ASSERT_EQ(k.l->api->open(&h, path.c_str(), 0x400), 0);
+    h = OpenMemo(*k.l, path);
     const uint32_t block = k.memo == 'a' ? a : k.memo == 'b' ? b : k.memo == 'c' ? c : k.memo == '0' ? 0 : 9999;
     char* text = reinterpret_cast<char*>(&n);
     EXPECT_EQ(k.l->api->rget(h, int32_t(block), &text), k.read);
@@ -129,8 +129,7 @@ TEST_F(MemoDamage, DbtVariantFromHeaderAndMode) {
 // information record tells how they were opened.
 TEST_F(MemoDamage, HandlesThroughQuickCloseAndTerm) {
   const std::string fpt = dir.file("q.fpt"), dbt = dir.file("q.dbt");
-  int16_t w = MakeMemo(kFpt64, fpt), t = MakeMemo(kDbt4, dbt), ro = -1;
-  ASSERT_EQ(KXDTOPENX(&ro, dbt.c_str(), 0x100 | 0x400), 0);
+  int16_t w = MakeMemo(kFpt64, fpt), t = MakeMemo(kDbt4, dbt), ro = OpenMemo(kDbt4, dbt, 0x100 | 0x400);
   const uint32_t a = Put(kFpt64, w, "fpt text"), b = Put(kDbt4, t, "dbt text");
   KXMEMOINFO info[3]{};
   ASSERT_EQ(KXDWINFO(w, &info[0]) + KXDTINFO(t, &info[1]) + KXDTINFO(ro, &info[2]), 0);
@@ -148,7 +147,7 @@ TEST_F(MemoDamage, HandlesThroughQuickCloseAndTerm) {
   fs::rename(fpt + ".gone", fpt);
   ASSERT_EQ(KXDINIT(100, 4), 0);
   // Nothing of this process holds the files now: exclusive opens work.
-  ASSERT_EQ(KXDWOPENX(&w, fpt.c_str(), 0) + KXDTOPENX(&t, dbt.c_str(), 0), 0);
+  w = OpenMemo(kFpt64, fpt, 0), t = OpenMemo(kDbt4, dbt, 0);
   EXPECT_EQ(w + t, 1);  // the first two slots again
   EXPECT_EQ(Get(kDbt4, t, int32_t(b + 1)), "more");
   // While the exclusive handle is quick-closed another one appends a memo
@@ -157,8 +156,7 @@ TEST_F(MemoDamage, HandlesThroughQuickCloseAndTerm) {
   const std::string one = Text(1016, 1), two = Text(2040, 2);  // one and two 1024-byte blocks
   const uint32_t c = Put(kDbt4, t, one);                          // the end is c + 1
   ASSERT_EQ(KXDQCLOSE(), 0);
-  int16_t other = -1;
-  ASSERT_EQ(KXDTOPENX(&other, dbt.c_str(), 0x400), 0);
+  const int16_t other = OpenMemo(kDbt4, dbt);
   EXPECT_EQ(Put(kDbt4, other, one), c + 1);
   EXPECT_EQ(Put(kDbt4, other, two, c + 1, 256), c + 2);  // c + 1 free, the end c + 4
   ASSERT_EQ(KXDTCLOSE(other), 0);

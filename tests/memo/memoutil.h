@@ -3,6 +3,7 @@
 // memo field.
 #pragma once
 
+#include <initializer_list>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -65,12 +66,17 @@ inline uint32_t Put(const Layout& l, int16_t h, const std::string& text, uint32_
   return block;
 }
 
+// Opens a memo file (shared unless told).
+inline int16_t OpenMemo(const Layout& l, const std::string& path, uint16_t mode = 0x400) {
+  int16_t h = -1;
+  EXPECT_EQ(l.api->open(&h, path.c_str(), mode), 0) << path;
+  return h;
+}
+
 // Creates and opens a memo file (shared).
 inline int16_t MakeMemo(const Layout& l, const std::string& path) {
-  int16_t h = -1;
   EXPECT_EQ(l.api->create(path.c_str(), l.size), 0) << path;
-  EXPECT_EQ(l.api->open(&h, path.c_str(), 0x400), 0) << path;
-  return h;
+  return OpenMemo(l, path);
 }
 
 // A text of n bytes that differs with the seed and never holds 0x1A.
@@ -98,6 +104,24 @@ inline uint32_t MemoNumber(int16_t table, int16_t field) {
   uint32_t n = 0;
   EXPECT_EQ(KXDDFGET(table, field, &n), 0);
   return n;
+}
+
+// Appends a record of numbers and, in the field after them, a memo
+// number; gives the record's number.
+inline uint32_t AppendWithMemo(int16_t t, std::initializer_list<double> numbers, uint32_t block) {
+  uint32_t r = 0;
+  int16_t i = 0, s = KXDDRCLEAR(t);
+  for (double n : numbers) s = int16_t(s | KXDDFPUT(t, i++, &n));
+  s = int16_t(s | KXDDFPUT(t, i, &block));
+  EXPECT_EQ(s | KXDDRPUT(t, &r, 0), 0);
+  return r;
+}
+
+// Writes a memo number into record r's field f.
+inline void SetMemoNumber(int16_t t, uint32_t r, int16_t f, uint32_t block) {
+  EXPECT_EQ(KXDDRGET(t, int32_t(r)), 0);
+  EXPECT_EQ(KXDDFPUT(t, f, &block), 0);
+  EXPECT_EQ(KXDDRPUT(t, &r, 256), 0);
 }
 
 }  // namespace memotest

@@ -81,10 +81,6 @@ TEST_P(MemoModel, RandomRunAgainstAModel) {
       if (!recs[r - 1].deleted && (!withMemo || recs[r - 1].block)) live.push_back(r);
     return live.empty() ? 0 : live[rng() % live.size()];
   };
-  auto store = [&](uint32_t r, uint32_t block) {
-    ASSERT_EQ(KXDDRGET(t, int32_t(r)), 0);
-    ASSERT_EQ(KXDDFPUT(t, 1, &block) + KXDDRPUT(t, &r, 256), 0);
-  };
   int packs = 0, inPlace = 0, moved = 0;
   for (uint32_t op = 0; op < 700; ++op) {
     const uint32_t kind = rng() % 100;
@@ -94,9 +90,7 @@ TEST_P(MemoModel, RandomRunAgainstAModel) {
         rec.text = Text(length(), rng());
         rec.block = Put(l, m, rec.text);
       }
-      uint32_t r = 0;
-      const double id = double(recs.size() + 1);
-      ASSERT_EQ(KXDDRCLEAR(t) + KXDDFPUT(t, 0, &id) + KXDDFPUT(t, 1, &rec.block) + KXDDRPUT(t, &r, 0), 0);
+      AppendWithMemo(t, {double(recs.size() + 1)}, rec.block);
       recs.push_back(rec);
     } else if (kind < 80) {  // a new text for a live record's memo
       const uint32_t r = pick(true);
@@ -106,7 +100,7 @@ TEST_P(MemoModel, RandomRunAgainstAModel) {
       const uint32_t block = Put(l, m, text, rec.block, 256);
       ASSERT_EQ(block == rec.block, Fits(l, rec.text.size(), text.size())) << op;
       (block == rec.block ? inPlace : moved)++;
-      if (block != rec.block) store(r, block);
+      if (block != rec.block) SetMemoNumber(t, r, 1, block);
       rec.block = block, rec.text = text;
     } else if (kind < 96) {
       if (const uint32_t r = pick(false)) {

@@ -1,8 +1,6 @@
 // Memo pack: block sizes that KXDWCREATE cannot make are kept, the backup
 // and temporary names, the host's record buffer, and refusals that change
 // nothing.
-#include <algorithm>
-
 #include "core/kxcore.h"
 #include "memoutil.h"
 
@@ -16,22 +14,13 @@ class MemoPack : public EngineTest {
   int16_t MakeFiles(const Layout& l, const std::string& table, const std::string& memo, int records, int16_t* m) {
     MakeTable(table, {F("NAME", 'C', 8), F("NOTE", 'M', 10)}, l.tableMode, {});
     const int16_t t = OpenTable(table, l.tableMode | 0x400);
-    if (!fs::exists(memo)) {
-      EXPECT_EQ(l.api->create(memo.c_str(), l.size), 0);
-    }
-    EXPECT_EQ(l.api->open(m, memo.c_str(), 0x400), 0);
+    *m = fs::exists(memo) ? OpenMemo(l, memo) : MakeMemo(l, memo);
     for (int i = 1; i <= records; ++i) {
       const std::string name = "R" + std::to_string(i);
       uint32_t block = Put(l, *m, name + " notes " + Text(size_t(300 * i), uint32_t(i))), r = 0;
       EXPECT_EQ(KXDDRCLEAR(t) + KXDDFPUTS(t, 0, name.c_str()) + KXDDFPUT(t, 1, &block) + KXDDRPUT(t, &r, 0), 0);
     }
     return t;
-  }
-  std::vector<std::string> Names(const std::string& sub) {
-    std::vector<std::string> n;
-    for (auto& e : fs::directory_iterator(dir.path() / sub)) n.push_back(e.path().filename().string());
-    std::sort(n.begin(), n.end());
-    return n;
   }
 };
 
@@ -61,7 +50,7 @@ TEST_F(MemoPack, BlockSizesNamesAndTheRecordBuffer) {
     ASSERT_EQ(KXDWPACK(t, &m), 0);
     EXPECT_TRUE(ReadBytes(dir.file("DATA/people.TBK")) == orig);
     EXPECT_EQ(ReadText(dir.file("DATA/0.FPT")), "taken");
-    EXPECT_EQ(Names("DATA"), (std::vector<std::string>{"0.FPT", "people.TBK", "people.dbf", "people.fpt"}));
+    EXPECT_EQ(Names(dir.path() / "DATA"), (std::vector<std::string>{"0.FPT", "people.TBK", "people.dbf", "people.fpt"}));
     const auto packed = ReadBytes(memo);
     ASSERT_GE(packed.size(), 8u);
     EXPECT_EQ(std::vector<uint8_t>(packed.begin() + 4, packed.begin() + 8), Be(blockSize));
@@ -91,21 +80,19 @@ TEST_F(MemoPack, RefusalsChangeNothing) {
     int16_t m = -1;
     const int16_t t = MakeFiles(*l, table, memo, 3, &m);
     const auto memoBytes = ReadBytes(memo);
-    const std::vector<std::string> names = Names("");
+    const std::vector<std::string> names = Names(dir.path());
     int16_t other = 0;  // another program holds record 1
     ASSERT_TRUE(rv::files::Open(table.c_str(), 15 | 0x8000, &other) && rv::files::Lock(other, kRec0 - 1, 1));
     int16_t word = m;
     EXPECT_FAIL(l->api->pack(t, &word), KX_ERR_LOCK);
     rv::files::Close(other);
     // Record 2's memo number points past the file's end.
-    ASSERT_EQ(KXDDRGET(t, 2), 0);
-    uint32_t bad = 99999, r = 2;
-    ASSERT_EQ(KXDDFPUT(t, 1, &bad) + KXDDRPUT(t, &r, 256), 0);
+    SetMemoNumber(t, 2, 1, 99999);
     const auto badTable = ReadBytes(table);
     EXPECT_FAIL(l->api->pack(t, &word), KX_ERR_SEEK);
     EXPECT_EQ(word, m);
     EXPECT_TRUE(ReadBytes(memo) == memoBytes && ReadBytes(table) == badTable);
-    EXPECT_EQ(Names(""), names);
+    EXPECT_EQ(Names(dir.path()), names);
     ASSERT_EQ(KXDDRGET(t, 1), 0);
     EXPECT_EQ(Get(*l, m, int32_t(MemoNumber(t, 1))).substr(0, 9), "R1 notes ");
     ASSERT_EQ(l->api->close(m) + KXDDCLOSE(t), 0);

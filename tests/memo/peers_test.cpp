@@ -38,31 +38,15 @@ std::string Dump(const std::vector<Row>& rows) {
                                        << want.substr(at, 40) << "\"";
 }
 
-class MemoPeers : public EngineTest {
+class MemoPeers : public PeerTest {
  protected:
-  void SetUp() override {
-    EngineTest::SetUp();
-#if defined(_WIN32)
-    GTEST_SKIP() << "the peer programs (Debian's, through the POSIX shell) run on Linux only";
-#endif
-    ASSERT_EQ(Shell("/usr/bin/python3 -c 'import dbf' && perl -MXBase -e 1"), 0)
-        << "python3-dbf and libdbd-xbase-perl are needed (scripts/deps.sh installs them)";
-  }
-  // One peer's dump of a table (../dbf/peer_dump.py or .pl).
-  std::string PeerDump(const std::string& table, const char* peer) {
-    const std::string script = std::string(TEST_DATA_DIR) + "/../dbf/peer_dump." + peer;
-    const std::string runner = std::string(peer) == "py" ? "/usr/bin/python3" : "perl";
-    EXPECT_EQ(Shell(runner + " '" + script + "' '" + table + "' > '" + table + ".txt' 2>&1"), 0) << ReadText(table + ".txt");
-    return ReadText(table + ".txt");
-  }
   // The engine's dump of a table's memos: the memo numbers are taken from
   // the table's bytes (ID N 4 at 1, NOTE M 10 at 5: python3-dbf's FoxPro
   // header area is not one the table open accepts), the memos are read
   // through the engine.
   std::string EngineDump(const std::string& table, const Layout& l, const std::string& memo) {
     const auto b = ReadBytes(table);
-    int16_t m = -1;
-    EXPECT_EQ(l.api->open(&m, memo.c_str(), 0x100 | 0x400), 0) << memo;
+    const int16_t m = OpenMemo(l, memo, 0x100 | 0x400);
     std::vector<Row> rows;
     for (uint32_t r = 0; r < Le32(b, 4); ++r) {
       const std::string rec(b.begin() + Le16(b, 8) + long(r * Le16(b, 10)), b.begin() + Le16(b, 8) + long((r + 1) * Le16(b, 10)));
@@ -87,25 +71,21 @@ TEST_F(MemoPeers, PeersReadMemosTheEngineWrites) {
     int16_t t = OpenTable(table, l->tableMode | 0x400), m = MakeMemo(*l, memo);
     std::vector<Row> rows;
     for (const std::string& text : Texts(l->blockSize)) {
-      uint32_t block = Put(*l, m, text), r = 0;
-      const double id = double(rows.size() + 1);
-      ASSERT_EQ(KXDDRCLEAR(t) + KXDDFPUT(t, 0, &id) + KXDDFPUT(t, 1, &block) + KXDDRPUT(t, &r, 0), 0);
-      rows.push_back({false, int(id), text});
+      AppendWithMemo(t, {double(rows.size() + 1)}, Put(*l, m, text));
+      rows.push_back({false, int(rows.size() + 1), text});
     }
     ASSERT_EQ(KXDDRDEL(t, 2), 0);
     rows[1].deleted = true;
     for (auto [r, text] : {std::pair{4u, Text(5000, 5)}, {6u, std::string("short now")}}) {
       ASSERT_EQ(KXDDRGET(t, int32_t(r)), 0);
-      uint32_t block = Put(*l, m, text, MemoNumber(t, 1), 256);
-      ASSERT_EQ(KXDDFPUT(t, 1, &block) + KXDDRPUT(t, &r, 256), 0);
+      SetMemoNumber(t, r, 1, Put(*l, m, text, MemoNumber(t, 1), 256));
       rows[r - 1].text = text;
     }
     ASSERT_EQ(KXDDCLOSE(t) + l->api->close(m), 0);
     const bool python = l->tableMode != 2;  // python3-dbf refuses dBASE IV tables
     const std::string before = Dump(rows);
     EXPECT_TRUE(Same((python ? PeerDump(table, "py") : before) + PeerDump(table, "pl"), before + before));
-    t = OpenTable(table, l->tableMode | 0x400);
-    ASSERT_EQ(l->api->open(&m, memo.c_str(), 0x400), 0);
+    t = OpenTable(table, l->tableMode | 0x400), m = OpenMemo(*l, memo);
     const auto unpacked = ReadBytes(memo).size();
     ASSERT_EQ(l->api->pack(t, &m), 0);
     ASSERT_EQ(KXDDPACK(&t), 0);
@@ -121,16 +101,6 @@ TEST_F(MemoPeers, PeersReadMemosTheEngineWrites) {
 // and Perl XBase (FPT, dBASE III and IV) write the exchange's texts; the
 // engine reads them all.
 TEST_F(MemoPeers, EngineReadsMemosThePeersWrite) {
-  struct Case {
-    const char* name;
-    const Layout* l;
-    std::string script;
-  } cases[] = {
-      {"py-fpt64", &kFpt64, "py fp 64"},       {"py-fpt512", &kFpt512, "py fp 512"},
-      {"py-fpt1024", &kFpt512, "py fp 1024"},  {"py-dbt3", &kDbt3, "py db3 512"},
-      {"pl-fpt", &kFpt512, "pl 0xF5 fpt"},     {"pl-dbt3", &kDbt3, "pl 0x83 dbt"},
-      {"pl-dbt4", &kDbt4, "pl 0x8B dbt"},
-  };
   const std::string py =
       "import dbf, sys\n"
       "path, kind, size, texts = sys.argv[1:]\n"
@@ -148,24 +118,26 @@ TEST_F(MemoPeers, EngineReadsMemosThePeersWrite) {
       " while (<$in>) { chomp; $t->set_record($i, $i + 1, $_); $i++ } $t->close;";
   WriteText(dir.file("w.py"), py);
   WriteText(dir.file("w.pl"), pl);
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
-    std::istringstream args(c.script);
-    std::string peer, kind, size;
-    args >> peer >> kind >> size;
-    const uint32_t blockSize = peer == "py" ? uint32_t(std::stoul(size)) : 512;
+  // The peer, its script's arguments (python: type and block size; Perl:
+  // version byte and memo file), the layout the engine reads it as.
+  for (auto [peer, kind, size, l] : {std::tuple{"py", "fp", "64", &kFpt64}, {"py", "fp", "512", &kFpt512},
+                                     {"py", "fp", "1024", &kFpt512}, {"py", "db3", "512", &kDbt3},
+                                     {"pl", "0xF5", "fpt", &kFpt512}, {"pl", "0x83", "dbt", &kDbt3},
+                                     {"pl", "0x8B", "dbt", &kDbt4}}) {
+    const std::string name = std::string(peer) + kind + size;
+    SCOPED_TRACE(name);
+    const uint32_t blockSize = peer == std::string("py") ? uint32_t(std::stoul(size)) : 512;
     std::string lines;
     std::vector<Row> rows;
     for (const std::string& text : Texts(blockSize)) {
       lines += text + "\n";
       rows.push_back({false, int(rows.size() + 1), text});
     }
-    const std::string table = dir.file(std::string(c.name) + ".dbf"), texts = dir.file("texts.txt");
+    const std::string table = dir.file(name + ".dbf"), texts = dir.file("texts.txt");
     WriteText(texts, lines);
-    ASSERT_EQ(Shell((peer == "py" ? "/usr/bin/python3 '" : "perl '") + dir.file("w." + peer) + "' '" + table + "' " +
-                    kind + " " + size + " '" + texts + "'"), 0);
-    const std::string memo = table.substr(0, table.size() - 3) + (c.l == &kDbt3 || c.l == &kDbt4 ? "dbt" : "fpt");
-    EXPECT_TRUE(Same(EngineDump(table, *c.l, memo), Dump(rows)));
+    ASSERT_EQ(Shell((peer == std::string("py") ? "/usr/bin/python3 '" : "perl '") + dir.file("w." + std::string(peer)) +
+                    "' '" + table + "' " + kind + " " + size + " '" + texts + "'"), 0);
+    EXPECT_TRUE(Same(EngineDump(table, *l, dir.file(name + l->ext)), Dump(rows)));
   }
 }
 

@@ -1,9 +1,6 @@
 // Memo files shared between programs: two workers appending memos under the
 // table's file lock never take each other's blocks, and a pack killed at a
 // random moment leaves the old or the new memo file whole.
-#include <fstream>
-#include <random>
-
 #include "memoutil.h"
 
 using namespace memotest;
@@ -36,8 +33,7 @@ TEST_P(MemoProcs, TwoWritersAppendUnderTheTableLock) {
   for (int w = 1; w <= 2; ++w)
     workers.push_back(Start({"mappend", table, memo, std::to_string(w), std::to_string(kEach), dir.file("w" + std::to_string(w))}));
   for (auto& w : workers) ASSERT_EQ(Wait(w), 0);
-  int16_t t = OpenTable(table, l.tableMode | 0x400), m = -1;
-  ASSERT_EQ(l.api->open(&m, memo.c_str(), 0x400), 0);
+  int16_t t = OpenTable(table, l.tableMode | 0x400), m = OpenMemo(l, memo);
   uint32_t n = 0;
   ASSERT_EQ(KXDDSIZE(t, &n), 0);
   ASSERT_EQ(n, uint32_t(2 * kEach));
@@ -59,15 +55,10 @@ TEST_P(MemoProcs, KilledPackLeavesAMemoFileWhole) {
   MakeFiles();
   const std::string backup = dir.file("p.TBK");
   {
-    int16_t t = OpenTable(table, l.tableMode | 0x400), m = -1;
-    ASSERT_EQ(l.api->open(&m, memo.c_str(), 0x400), 0);
+    int16_t t = OpenTable(table, l.tableMode | 0x400), m = OpenMemo(l, memo);
     for (long i = 0; i < 3000; ++i) {
-      uint32_t block = Put(l, m, MemoText(1, i)), r = 0;
-      const double w = 1, seq = double(i);
-      ASSERT_EQ(KXDDRCLEAR(t) + KXDDFPUT(t, 0, &w) + KXDDFPUT(t, 1, &seq) + KXDDFPUT(t, 2, &block) + KXDDRPUT(t, &r, 0), 0);
-      if (i % 3 == 0) {
-        ASSERT_EQ(KXDDRDEL(t, r), 0);
-      }
+      const uint32_t r = AppendWithMemo(t, {1, double(i)}, Put(l, m, MemoText(1, i)));
+      ASSERT_TRUE(i % 3 || KXDDRDEL(t, r) == 0);
     }
     ASSERT_EQ(l.api->close(m) + KXDDCLOSE(t), 0);
   }
@@ -77,33 +68,23 @@ TEST_P(MemoProcs, KilledPackLeavesAMemoFileWhole) {
     WriteBytes(memo, oldMemo);
     WriteBytes(table, oldTable);
   };
-  const auto start = std::chrono::steady_clock::now();
-  Child whole = Start({"mpack", table, memo});
-  ASSERT_EQ(Wait(whole), 0);
-  const auto us = std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - start).count();
-  const auto newMemo = ReadBytes(memo);
-  ASSERT_LT(newMemo.size(), oldMemo.size());
-  std::mt19937 rng(20240612u + l.size);
+  std::vector<uint8_t> newMemo;
   int olds = 0, news = 0;
-  for (int round = 0; round < 12; ++round) {
-    SCOPED_TRACE(round);
-    reset();
-    Child c = Start({"mpack", table, memo});
-    std::this_thread::sleep_for(std::chrono::microseconds(rng() % uint32_t(us + 1)));
-    Kill(c);
-    const int rc = Wait(c);
-    EXPECT_TRUE(rc == -1 || rc == 0) << rc;
+  KilledRuns({"mpack", table, memo}, 20240612u + l.size, reset, [&](int round) {
+    if (round < 0) {
+      newMemo = ReadBytes(memo);
+      ASSERT_LT(newMemo.size(), oldMemo.size());
+      return;
+    }
     if (!fs::exists(memo)) {
       ASSERT_TRUE(ReadBytes(backup) == oldMemo);
-      continue;
+      return;
     }
     const auto now = ReadBytes(memo);
     ASSERT_TRUE(now == oldMemo || now == newMemo) << now.size() << " bytes";
-    if (now == oldMemo) {
-      ASSERT_TRUE(ReadBytes(table) == oldTable);
-    }
+    ASSERT_TRUE(now != oldMemo || ReadBytes(table) == oldTable);
     (now == oldMemo ? olds : news)++;
-  }
+  });
   RecordProperty("old/new", std::to_string(olds) + "/" + std::to_string(news));
 }
 
