@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <initializer_list>
 #include <iterator>
 #include <random>
 #include <string>
@@ -92,6 +93,14 @@ inline int FileByte(const std::string& path, size_t off) {
     return -1;
   }
   return b[off];
+}
+
+// The first status that is not 0 among calls made in the order written (a
+// braced list is evaluated left to right; the operands of + are not), or 0.
+inline int InOrder(std::initializer_list<int> statuses) {
+  for (int s : statuses)
+    if (s != 0) return s;
+  return 0;
 }
 
 // Little-endian numbers in a byte vector; a read past its end is a test

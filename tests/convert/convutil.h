@@ -7,6 +7,8 @@
 #include "calendar.h"
 #include "testutil.h"
 
+using testutil::InOrder;
+
 // A status, then cleared so that it does not block the next call.
 inline int16_t Clear(int16_t s) { KXESCODE(0); return s; }
 inline std::string St(int16_t s) { return "status " + std::to_string(s); }

@@ -43,7 +43,7 @@ TEST_F(DbfFields, CharactersMemoNumbersAndNames) {
   EXPECT_FAIL(KXDDFGET(h, 6, buf), KX_ERR_FIELDNO);
   EXPECT_FAIL(KXDDFNGET(h, "MEM", buf), KX_ERR_FIELDNAME);
   EXPECT_FAIL(KXDDFPUT(h, 0, nullptr), KX_ERR_NULL);
-  ASSERT_EQ(KXDDFNAM2NO(h, &no, "Price") + KXDDFNO2NAM(h, buf, 3), 0);
+  ASSERT_EQ(InOrder({KXDDFNAM2NO(h, &no, "Price"), KXDDFNO2NAM(h, buf, 3)}), 0);
   EXPECT_EQ(buf + std::to_string(no), "OK1");
 }
 
@@ -57,7 +57,7 @@ TEST_F(DbfFields, WideMemoFieldsHoldOnlyTheNumber) {
     const uint32_t seven = 7;
     uint8_t packed[5] = {' ', 0, 0, 0, 0};
     uint32_t n = 0;
-    ASSERT_EQ(KXDDFPUT(w, 0, &seven) + KXDDRPUT(w, &n, 0) + KXDDRPUTX(w, packed, &n, 0), 0);
+    ASSERT_EQ(InOrder({KXDDFPUT(w, 0, &seven), KXDDRPUT(w, &n, 0), KXDDRPUTX(w, packed, &n, 0)}), 0);
     ASSERT_EQ(KXDDCLOSE(w), 0);  // an exclusive handle keeps other readers out on Windows
     const auto b = ReadBytes(path);
     const size_t tail = 2 * (width + 1u) + 1;
@@ -96,7 +96,7 @@ TEST_F(DbfFields, NumbersPrintAsTheCLibraryPrintsThem) {
     ASSERT_EQ(KXDDFPUTS(h, i, ""), 0);
     ASSERT_EQ(KXDDFPUT(h, i, &v), expect) << v << " as " << width << "." << dec << ": " << want;
     if (expect < 0) KXESCODE(0);
-    ASSERT_EQ(KXDDFGETS(h, i, got) + KXDDFGET(h, i, &read), 0);
+    ASSERT_EQ(InOrder({KXDDFGETS(h, i, got), KXDDFGET(h, i, &read)}), 0);
     ASSERT_STREQ(got, expect < 0 ? std::string(size_t(width), ' ').c_str() : want) << v;
     ASSERT_TRUE(expect < 0 || read == back) << want;
     checked += expect >= 0;
@@ -136,7 +136,7 @@ TEST_F(DbfFields, EmptyMeansBlankToTheEndOfTheRecord) {
     double n = 5;
     uint8_t l = 7;
     uint32_t m = 9;
-    ASSERT_EQ(KXDDFGET(h, 2, &n) + KXDDFGET(h, 3, &l) + KXDDFGET(h, 5, &m), 0);
+    ASSERT_EQ(InOrder({KXDDFGET(h, 2, &n), KXDDFGET(h, 3, &l), KXDDFGET(h, 5, &m)}), 0);
     EXPECT_EQ(std::tuple(n, l, m), std::tuple(memo ? 5.0 : 0.0, uint8_t(memo ? 7 : '?'), memo));
     for (auto [style, want] : {std::pair{4, "        "}, {2, "          "}, {5, "      "}}) {
       char d[16];

@@ -35,8 +35,8 @@ TEST_F(DbfLocks, FileLockFunctionsTakeTheirRegions) {
     SCOPED_TRACE(c.fn);
     uint32_t no = 0, n = 0;
     KXDBFINFO i{};
-    ASSERT_EQ(KXDDRPUT(writer, &no, 0) + Lock(c.fn), 0);
-    ASSERT_EQ(KXDDSIZE(h, &n) + KXDDINFO(h, &i), 0);
+    ASSERT_EQ(InOrder({KXDDRPUT(writer, &no, 0), Lock(c.fn)}), 0);
+    ASSERT_EQ(InOrder({KXDDSIZE(h, &n), KXDDINFO(h, &i)}), 0);
     EXPECT_EQ(n, no);  // the header re-read
     EXPECT_FALSE(other.Free(c.first) || other.Free(c.last));
     EXPECT_TRUE(other.Free(c.first - 1) && other.Free(c.last + 1));
@@ -64,8 +64,8 @@ TEST_F(DbfLocks, RecordLocksAndTheirList) {
   ASSERT_EQ(RLock(5, 7), 0);
   EXPECT_TRUE(!other.Free(kRec0 - 5) && other.Free(kRec0 - 4) && other.Free(kRec0 - 6));
   // Twice through one handle: one list entry, so releasing all unlocks once.
-  ASSERT_EQ(RLock(5, 7) + RLock(9, 7), 0);
-  EXPECT_EQ(RLock(5, 5) + RLock(6, 5), 0);  // a test: held here, free
+  ASSERT_EQ(InOrder({RLock(5, 7), RLock(9, 7)}), 0);
+  EXPECT_EQ(InOrder({RLock(5, 5), RLock(6, 5)}), 0);  // a test: held here, free
   EXPECT_TRUE(other.Free(kRec0 - 6));
   ASSERT_TRUE(other.Lock(kRec0 - 7));
   EXPECT_EQ(RLock(7, 5) + RLock(7, 7), 200);
@@ -77,7 +77,7 @@ TEST_F(DbfLocks, RecordLocksAndTheirList) {
   RLock(0, 6);
   EXPECT_TRUE(other.Free(kRec0 - 5));
   // Closing drops every lock the table took.
-  ASSERT_EQ(Lock(1) + RLock(5, 7), 0);
+  ASSERT_EQ(InOrder({Lock(1), RLock(5, 7)}), 0);
   ASSERT_EQ(KXDDCLOSE(h), 0);
   EXPECT_TRUE(other.Free(kRec0 - 5) && other.Free(0x7FFFFFFE));
 }
@@ -92,7 +92,7 @@ TEST_F(DbfLocks, BadCallsAndQuickClose) {
   // A quick close drops the locks; the handle reopens and locks again, and
   // releasing the lost reader slot says so.
   Other other(path);
-  ASSERT_EQ(Lock(1) + Lock(4), 0);
+  ASSERT_EQ(InOrder({Lock(1), Lock(4)}), 0);
   ASSERT_EQ(KXDQCLOSE(), 0);
   EXPECT_TRUE(other.Free(0x7FFFFFFC) && other.Free(0x7FFFFFFE));
   EXPECT_TRUE(Lock(1) == 0 && !other.Free(0x7FFFFFFE));

@@ -60,14 +60,14 @@ TEST_F(DbfPack, RemovesDeletedRecordsAndKeepsABackup) {
     EXPECT_EQ(ReadBytes(dir.file(bak)), orig);
     KXDBFINFO info{};
     uint32_t n = 9;
-    ASSERT_EQ(KXDDINFO(h, &info) + KXDDSIZE(h, &n), 0);
+    ASSERT_EQ(InOrder({KXDDINFO(h, &info), KXDDSIZE(h, &n)}), 0);
     EXPECT_EQ(std::tuple(info.flags, info.mode, n), std::tuple(0x2 | 0x4, mode, uint32_t(live)));
   }
   int16_t h = OpenTable(dir.file("T.DBF"));
   char name[9];
   uint32_t no = 0;
   ASSERT_EQ(KXDDRGET(h, 3), 0);
-  ASSERT_EQ(KXDDFGET(h, 0, name) + KXDDRPUT(h, &no, 0), 0);
+  ASSERT_EQ(InOrder({KXDDFGET(h, 0, name), KXDDRPUT(h, &no, 0)}), 0);
   EXPECT_STREQ(name, "R6      ");
   EXPECT_EQ(ReadBytes(dir.file("T.DBF")).size(), 65u + 4 * 9 + 1);  // the end mark comes back after it
 }
@@ -114,7 +114,7 @@ TEST_F(DbfPack, BackupAndTemporaryNames) {
   // count); otherwise only the last extension is replaced.
   fs::create_directory(dir.path() / "v1.0");
   int16_t p = OpenTable(Make("v1.0/CUST", 2, {1})), t = OpenTable(Make("v1.0/a.b.dbf", 2, {}));
-  ASSERT_EQ(KXDDPACK(&p) + KXDDPACK(&t), 0);
+  ASSERT_EQ(InOrder({KXDDPACK(&p), KXDDPACK(&t)}), 0);
   EXPECT_EQ(Names(dir.path() / "v1.0"), (std::vector<std::string>{"CUST", "CUST.BAK", "a.b.BAK", "a.b.dbf"}));
 }
 

@@ -19,7 +19,7 @@ std::string EngineDump(const std::string& table) {
   KXDBFFIELD fi[8]{};
   KXRECINFO ri{};
   uint32_t n = 0;
-  EXPECT_EQ(KXDDRINFO(h, &ri) + KXDDFINFO(h, &widest, fi) + KXDDSIZE(h, &n), 0);
+  EXPECT_EQ(InOrder({KXDDRINFO(h, &ri), KXDDFINFO(h, &widest, fi), KXDDSIZE(h, &n)}), 0);
   for (int i = 0; i < ri.fieldCount; ++i)
     out << "F|" << fi[i].name << "|" << char(fi[i].type) << "|" << fi[i].width << "|" << fi[i].decimals << "\n";
   for (int32_t r = 1; r <= int32_t(n) && (s = KXDDRGET(h, r)) >= 0; ++r) {

@@ -56,7 +56,7 @@ TEST_F(DbfRecords, AppendUpdateDeleteAndRead) {
   // Mode 7 ends an append with a whole record of end marks.
   h = Open(0x400 | 7);
   n = 0;
-  ASSERT_EQ(KXDDFPUTS(h, 0, "C") + KXDDFPUTS(h, 1, "   3") + KXDDFPUTS(h, 2, "T") + KXDDRPUT(h, &n, 0), 0);
+  ASSERT_EQ(InOrder({KXDDFPUTS(h, 0, "C"), KXDDFPUTS(h, 1, "   3"), KXDDFPUTS(h, 2, "T"), KXDDRPUT(h, &n, 0)}), 0);
   EXPECT_EQ(n, 4u);
   EXPECT_EQ(From(4), " C        3T" + std::string(12, '\x1A'));
 }
@@ -111,7 +111,7 @@ TEST_F(DbfRecords, ReadOnlyExclusiveQuickCloseAndBadHandles) {
   ASSERT_EQ(KXDQCLOSE(), 0);
   ASSERT_TRUE(PatchBytes(path, 130, {'Z'}));  // changed behind the closed handle
   char text[7];
-  ASSERT_EQ(KXDDRGET(h, 1) + KXDDFGET(h, 0, text), 0);
+  ASSERT_EQ(InOrder({KXDDRGET(h, 1), KXDDFGET(h, 0, text)}), 0);
   EXPECT_STREQ(text, "ZNE   ");
   AppendRows(h, {{"TWO", "   2", "T"}});
   ASSERT_EQ(KXDQCLOSE(), 0);  // reopened exclusively: closed before reading

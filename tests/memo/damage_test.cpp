@@ -132,7 +132,7 @@ TEST_F(MemoDamage, HandlesThroughQuickCloseAndTerm) {
   int16_t w = MakeMemo(kFpt64, fpt), t = MakeMemo(kDbt4, dbt), ro = OpenMemo(kDbt4, dbt, 0x100 | 0x400);
   const uint32_t a = Put(kFpt64, w, "fpt text"), b = Put(kDbt4, t, "dbt text");
   KXMEMOINFO info[3]{};
-  ASSERT_EQ(KXDWINFO(w, &info[0]) + KXDTINFO(t, &info[1]) + KXDTINFO(ro, &info[2]), 0);
+  ASSERT_EQ(InOrder({KXDWINFO(w, &info[0]), KXDTINFO(t, &info[1]), KXDTINFO(ro, &info[2])}), 0);
   // (The record is packed: its members are copied, not bound by reference.)
   EXPECT_EQ(std::tuple(+info[0].flags, std::string(info[0].fileName), +info[0].value), std::tuple(2, fpt, 0));
   EXPECT_EQ(std::tuple(+info[1].flags, +info[1].value, +info[2].flags), std::tuple(2, 4, 3));

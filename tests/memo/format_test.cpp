@@ -84,7 +84,7 @@ TEST_F(MemoFormat, DbtFilesAndMemos) {
   uint32_t none = 0;
   EXPECT_FAIL(KXDTRPUT(t, &none, "a\x1a", 0), KX_ERR_MEMOVALUE);  // could not be read back
   EXPECT_EQ(none, 0u);
-  ASSERT_EQ(KXDTCLOSE(t) + KXDTCLOSE(f), 0);
+  ASSERT_EQ(InOrder({KXDTCLOSE(t), KXDTCLOSE(f)}), 0);
 }
 
 // The dBASE IV free chain: a rewrite that no longer fits gives its blocks to
@@ -156,7 +156,7 @@ TEST_F(MemoFormat, RefusedCalls) {
   const std::string fpt = dir.file("r.fpt"), dbt = dir.file("r.dbt"), log = dir.file("r.log");
   const fs::path cwd = fs::current_path();
   fs::current_path(dir.path());  // the log's name is short
-  ASSERT_EQ(KXDWCREATE(fpt.c_str(), 8) + KXDTCREATE(dbt.c_str(), 0), 0);
+  ASSERT_EQ(InOrder({KXDWCREATE(fpt.c_str(), 8), KXDTCREATE(dbt.c_str(), 0)}), 0);
   int16_t w = OpenMemo(kFpt64, fpt), t = OpenMemo(kDbt3, dbt), ro = OpenMemo(kFpt64, fpt, 0x500), other = 7;
   MakeTable(dir.file("t.dbf"), {F("ID", 'N', 4)}, 4, {{"1"}});
   MakeTable(dir.file("m.dbf"), {F("NOTE", 'M', 10)}, 4, {{""}});

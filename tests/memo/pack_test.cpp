@@ -18,7 +18,7 @@ class MemoPack : public EngineTest {
     for (int i = 1; i <= records; ++i) {
       const std::string name = "R" + std::to_string(i);
       uint32_t block = Put(l, *m, name + " notes " + Text(size_t(300 * i), uint32_t(i))), r = 0;
-      EXPECT_EQ(KXDDRCLEAR(t) + KXDDFPUTS(t, 0, name.c_str()) + KXDDFPUT(t, 1, &block) + KXDDRPUT(t, &r, 0), 0);
+      EXPECT_EQ(InOrder({KXDDRCLEAR(t), KXDDFPUTS(t, 0, name.c_str()), KXDDFPUT(t, 1, &block), KXDDRPUT(t, &r, 0)}), 0);
     }
     return t;
   }
@@ -67,7 +67,7 @@ TEST_F(MemoPack, BlockSizesNamesAndTheRecordBuffer) {
     KXMEMOINFO info{};
     ASSERT_EQ(KXDWINFO(m, &info), 0);
     EXPECT_EQ(+info.flags, 2);  // the new handle: shared
-    ASSERT_EQ(KXDWCLOSE(m) + KXDDCLOSE(t), 0);
+    ASSERT_EQ(InOrder({KXDWCLOSE(m), KXDDCLOSE(t)}), 0);
   }
 }
 
@@ -95,7 +95,7 @@ TEST_F(MemoPack, RefusalsChangeNothing) {
     EXPECT_EQ(Names(dir.path()), names);
     ASSERT_EQ(KXDDRGET(t, 1), 0);
     EXPECT_EQ(Get(*l, m, int32_t(MemoNumber(t, 1))).substr(0, 9), "R1 notes ");
-    ASSERT_EQ(l->api->close(m) + KXDDCLOSE(t), 0);
+    ASSERT_EQ(InOrder({l->api->close(m), KXDDCLOSE(t)}), 0);
   }
 }
 

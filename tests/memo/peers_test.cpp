@@ -81,7 +81,7 @@ TEST_F(MemoPeers, PeersReadMemosTheEngineWrites) {
       SetMemoNumber(t, r, 1, Put(*l, m, text, MemoNumber(t, 1), 256));
       rows[r - 1].text = text;
     }
-    ASSERT_EQ(KXDDCLOSE(t) + l->api->close(m), 0);
+    ASSERT_EQ(InOrder({KXDDCLOSE(t), l->api->close(m)}), 0);
     const bool python = l->tableMode != 2;  // python3-dbf refuses dBASE IV tables
     const std::string before = Dump(rows);
     EXPECT_TRUE(Same((python ? PeerDump(table, "py") : before) + PeerDump(table, "pl"), before + before));
@@ -89,7 +89,7 @@ TEST_F(MemoPeers, PeersReadMemosTheEngineWrites) {
     const auto unpacked = ReadBytes(memo).size();
     ASSERT_EQ(l->api->pack(t, &m), 0);
     ASSERT_EQ(KXDDPACK(&t), 0);
-    ASSERT_EQ(KXDDCLOSE(t) + l->api->close(m), 0);
+    ASSERT_EQ(InOrder({KXDDCLOSE(t), l->api->close(m)}), 0);
     EXPECT_LT(ReadBytes(memo).size(), unpacked);
     rows.erase(rows.begin() + 1);
     const std::string after = Dump(rows);
@@ -179,7 +179,7 @@ TEST_F(EngineTest, MemoReferenceTableReadsExactlyAsListed) {
     KXMFREE(text);
   }
   EXPECT_EQ(rows, 21);
-  ASSERT_EQ(KXDWCLOSE(m) + KXDDCLOSE(t), 0);
+  ASSERT_EQ(InOrder({KXDWCLOSE(m), KXDDCLOSE(t)}), 0);
 }
 
 }  // namespace

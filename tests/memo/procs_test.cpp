@@ -40,12 +40,12 @@ TEST_P(MemoProcs, TwoWritersAppendUnderTheTableLock) {
   std::vector<int> seen(2 * kEach);
   for (int32_t r = 1; r <= int32_t(n); ++r) {
     double w = 0, i = 0;
-    ASSERT_EQ(KXDDRGET(t, r) + KXDDFGET(t, 0, &w) + KXDDFGET(t, 1, &i), 0);
+    ASSERT_EQ(InOrder({KXDDRGET(t, r), KXDDFGET(t, 0, &w), KXDDFGET(t, 1, &i)}), 0);
     ASSERT_TRUE(Get(l, m, int32_t(MemoNumber(t, 2))) == MemoText(long(w), long(i))) << "record " << r;
     ++seen[size_t((long(w) - 1) * kEach + long(i))];
   }
   EXPECT_EQ(std::count(seen.begin(), seen.end(), 1), 2 * kEach);
-  ASSERT_EQ(l.api->close(m) + KXDDCLOSE(t), 0);
+  ASSERT_EQ(InOrder({l.api->close(m), KXDDCLOSE(t)}), 0);
 }
 
 // The pack is killed at random moments: afterwards the memo file is the old
@@ -60,7 +60,7 @@ TEST_P(MemoProcs, KilledPackLeavesAMemoFileWhole) {
       const uint32_t r = AppendWithMemo(t, {1, double(i)}, Put(l, m, MemoText(1, i)));
       ASSERT_TRUE(i % 3 || KXDDRDEL(t, r) == 0);
     }
-    ASSERT_EQ(l.api->close(m) + KXDDCLOSE(t), 0);
+    ASSERT_EQ(InOrder({l.api->close(m), KXDDCLOSE(t)}), 0);
   }
   const auto oldMemo = ReadBytes(memo), oldTable = ReadBytes(table);
   auto reset = [&]() {
