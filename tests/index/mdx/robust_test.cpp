@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "testutil.h"
+#include "ixtest.h"
 
 using namespace testutil;
 
@@ -32,6 +32,17 @@ void MakeFile(const std::string& path, int keys) {
     ASSERT_EQ(KXDMTKADD(h, 3, d, uint32_t(i)), 0);
   }
   ASSERT_EQ(KXDMCLOSE(h), 0);
+}
+
+// The key calls of one tag.
+ixtest::Ops TagOps(int16_t t) {
+  using K = char*;
+  using R = uint32_t*;
+  auto step = [t](auto call) { return [t, call](int16_t h, K k, R r) { return call(h, t, k, r); }; };
+  return {KXDMOPENX, KXDMCLOSE, [t](int16_t h, const char* k, uint32_t r) { return KXDMTKADD(h, t, k, r); },
+          [t](int16_t h, const char* k, uint32_t r) { return KXDMTKDEL(h, t, k, r); },
+          [t](int16_t h, K k, R r, int16_t m) { return KXDMTKFIND(h, t, k, r, m); },
+          step(KXDMTKTOP), step(KXDMTKBOT), step(KXDMTKNEXT), step(KXDMTKPREV), step(KXDMTKCUR)};
 }
 
 }  // namespace
@@ -112,22 +123,10 @@ TEST_F(EngineTest, MdxDamagedNodes) {
       continue;
     }
     for (int16_t t = 1; t <= 3; ++t) {
-      char key[128];
-      uint32_t rec = 0;
-      int steps = 0;
-      int16_t s = KXDMTKTOP(h, t, key, &rec);
-      while (s == 0 && ++steps < 20000) s = KXDMTKNEXT(h, t, key, &rec);
-      EXPECT_LT(steps, 20000) << "round " << round << " tag " << t;
-      failures += s < 0;
-      KXESCODE(0);
-      std::memcpy(key, "K05000\0\0\0\0\0\0", 12);
-      rec = 0;
-      failures += KXDMTKFIND(h, t, key, &rec, 0) < 0;
-      KXESCODE(0);
-      failures += KXDMTKADD(h, t, key, 5000) < 0;
-      KXESCODE(0);
-      failures += KXDMTKDEL(h, t, key, 17) < 0;
-      KXESCODE(0);
+      SCOPED_TRACE("round " + std::to_string(round) + " tag " + std::to_string(t));
+      const ixtest::Poked p = ixtest::Poke(TagOps(t), h, bad, "K05000", 2, 0, 20000);
+      EXPECT_TRUE(p.walk != ixtest::kCutOff && p.back != ixtest::kCutOff);
+      for (int16_t s : p.all()) failures += s < 0;
     }
     KXDMCLOSE(h);
     KXESCODE(0);
