@@ -128,6 +128,52 @@ inline void ExpectOpenStatuses(const Ops& ops, const std::string& path, const st
   }
 }
 
+// "K%05d" blank-padded to 10 characters.
+inline std::string Key10(int i) {
+  char k[24];
+  std::snprintf(k, sizeof k, "K%05d    ", i);
+  return k;
+}
+
+#if defined(NTXWORKER_PATH)
+// Another process adds and deletes keys of a shared index of 3,000 keys
+// Key10(0), Key10(10), ... between this handle's calls (h stands nowhere):
+// each call sees the change, kept positions included, and the other process
+// finds what this handle wrote. `soft`: the find mode for a key.
+inline void SeesAnotherProcess(const Ops& ops, int16_t h, const std::string& path, int16_t soft) {
+  auto worker = [&](const char* op, const std::string& k, uint32_t r) {
+    return testutil::RunProgram(NTXWORKER_PATH, std::string(op) + " \"" + path + "\" " + k + " " + std::to_string(r));
+  };
+  char key[16];
+  uint32_t rec = 0;
+  for (int i = 0; i < 3000; ++i) ASSERT_EQ(ops.add(h, Key10(i * 10).c_str(), uint32_t(i + 1)), 0);
+  ASSERT_EQ(ops.top(h, key, &rec), 0);
+  ASSERT_EQ(worker("add", "K00005", 9001), 0);  // right after the current key
+  ASSERT_EQ(ops.next(h, key, &rec), 0);
+  EXPECT_EQ(std::string(key) + std::to_string(rec), Key10(5) + "9001");
+  ASSERT_EQ(worker("del", "K00010", 2), 0);  // the key after it taken away
+  ASSERT_EQ(ops.next(h, key, &rec), 0);
+  EXPECT_EQ(std::string(key), Key10(20));
+  ASSERT_EQ(ops.prev(h, key, &rec), 0);  // back, past the key put in
+  EXPECT_EQ(std::string(key), Key10(5));
+  // A find in a kept leaf sees a key added there since; the current key
+  // deleted by the other process is gone for the current-key call.
+  std::strcpy(key, "K01000");
+  ASSERT_EQ(ops.find(h, key, &rec, soft), 0);
+  ASSERT_EQ(worker("add", "K01001", 9002), 0);
+  std::strcpy(key, "K01001");
+  EXPECT_EQ(ops.find(h, key, &rec, soft), 0);
+  EXPECT_EQ(rec, 9002u);
+  ASSERT_EQ(worker("del", "K01001", 9002), 0);
+  EXPECT_EQ(ops.cur(h, key, &rec), KX_NOTFOUND);
+  EXPECT_EQ(std::string(key), Key10(1000));
+  // What this handle writes (pages, counter, root) the other process finds.
+  ASSERT_EQ(ops.add(h, Key10(15).c_str(), 9003), 0);
+  EXPECT_EQ(worker("del", "K00015", 9003), 0);
+  EXPECT_EQ(worker("del", "K00015", 9003), 4);
+}
+#endif
+
 // ---- Random runs against a model -------------------------------------------
 
 enum Kind { kShort, kLong, kNumeric, kDate };
