@@ -70,6 +70,14 @@ inline std::string Hex(const std::string& s) {
   return out;
 }
 
+// What a peer prints for keys: "key<TAB>record" lines, each key as `text`
+// gives it.
+inline std::string Lines(const Keys& keys, const std::function<std::string(const std::string&)>& text = Hex) {
+  std::string out;
+  for (const auto& [k, r] : keys) out += text(k) + "\t" + std::to_string(r) + "\n";
+  return out;
+}
+
 // Every call on a damaged file ends with a status: finds (the soft mode, and
 // by key and a record no entry has), walks both ways (kCutOff: still going
 // after walkLimit steps), the current key, an add and a delete of that key

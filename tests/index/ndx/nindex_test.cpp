@@ -1,7 +1,7 @@
 // Bulk-built NDX indexes: full nodes laid out bottom-up, the same keys and
 // order as adding one by one (character, numeric, date and mixed
-// expressions, both sort orders), runs merged from the work file, Perl's
-// reader, and the work file, the build file and the table lock on every exit.
+// expressions, both sort orders), runs merged from the work file, and the
+// work file, the build file and the table lock on every exit.
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
@@ -137,47 +137,6 @@ TEST_F(NdxBulk, SameKeysAndOrderAsAddingOneByOne) {
     EXPECT_EQ(bulk.size(), names.size());
   }
 }
-
-#if !defined(_WIN32)
-// Perl's reader finds every key in order in bulk-built trees of one to four
-// levels, character, numeric and date keys, unique and not.
-TEST_F(NdxBulk, PerlReadsWhatTheBuildWrites) {
-  if (std::system("perl -MXBase::Index -e 1 2>/dev/null") != 0) GTEST_SKIP() << "no Perl XBase";
-  const std::vector<std::string> names = Names(17000, 8, 3);
-  const std::string script = std::string(TEST_DATA_DIR) + "/../index/ndx/peer_walk.pl";
-  struct { size_t records; const char* expr; uint16_t type; int16_t length; int depth; } cases[] = {
-      {600, "NAME", 'C', 8, 2},        {17000, "NAME", 'C', 8, 3}, {17000, "NAME", 'C' | 0x80, 30, 4},
-      {17000, "AMOUNT", 'N', 0, 3},    {17000, "BORN", 'D', 0, 3}};
-  size_t done = 0;
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.expr);
-    for (; done < c.records; ++done) {
-      char born[16];
-      std::snprintf(born, sizeof born, "19%02zu%02zu%02zu", 10 + done % 90, 1 + done % 12, 1 + done % 28);
-      Add(names[done], double(int(done % 1000) - 500) / 4, born);
-    }
-    ASSERT_EQ(Index("p.ndx", c.type, c.expr, c.length), 0);
-    const auto r = ndxcheck::Check(dir.file("p.ndx"), true);
-    ASSERT_TRUE(r.ok) << r.error;
-    EXPECT_EQ(r.depth, c.depth);
-    EXPECT_EQ(r.keys.size(), c.records);
-    ASSERT_EQ(std::system(("perl '" + script + "' p.ndx > dump.txt").c_str()), 0);
-    const bool numeric = c.type == 'N' || c.type == 'D';
-    std::string want;
-    char num[64];
-    for (const auto& [k, rec] : r.keys) {
-      if (numeric) std::snprintf(num, sizeof num, "%.15g", ndxcheck::Number(k));
-      want += (numeric ? std::string(num) : k) + "\t" + std::to_string(rec) + "\n";
-    }
-    EXPECT_EQ(ReadText(dir.file("dump.txt")), want);
-  }
-  // One level: a single leaf.
-  std::string e = "NAME";
-  ASSERT_EQ(KXDNCREATE(dir.file("one.ndx").c_str(), 'C', e.data(), 8), 0);
-  ASSERT_EQ(std::system(("perl '" + script + "' one.ndx > dump.txt").c_str()), 0);
-  EXPECT_EQ(ReadText(dir.file("dump.txt")), "");
-}
-#endif
 
 TEST_F(NdxBulk, WorkFileBuildFileAndLockOnEveryExit) {
   EveryExit(".ndx", [](int16_t t, const char* file, char type, char* expr) {

@@ -10,12 +10,12 @@
 #include <string>
 #include <vector>
 
+#include "ixtest.h"
 #include "ntxcheck.h"
-#include "testutil.h"
 
 namespace {
 
-using KeyList = std::vector<std::pair<std::string, uint32_t>>;
+using KeyList = ixtest::Keys;
 
 class NtxReference : public testutil::EngineTest {};
 
@@ -75,10 +75,7 @@ TEST_F(NtxReference, ReferenceIndexesWalkedAndFound) {
 
 // Perl's XBase::Index reads the keys of an index built here, in order.
 TEST_F(NtxReference, PerlReadsOurIndex) {
-#if defined(_WIN32)
-  GTEST_SKIP() << "the peer program runs on Linux only";
-#endif
-  if (std::system("perl -MXBase::Index -e 1 >/dev/null 2>&1") != 0) GTEST_SKIP() << "no XBase::Index";
+  if (!ixtest::HavePerl()) GTEST_SKIP() << "no XBase::Index";
   const std::string path = dir.file("p.ntx"), out = dir.file("perl.txt");
   std::string e = "NAME";
   ASSERT_EQ(KXDCCREATE(path.c_str(), 'C', e.data(), 12, 0), 0);
