@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "index/idx/idx.h"
-#include "testutil.h"
+#include "ixtest.h"
 
 namespace {
 
@@ -18,21 +18,17 @@ using testutil::Le32;
 class IdxFormat : public testutil::EngineTest {};
 
 TEST_F(IdxFormat, CreateWritesTheHeadersAndTheEmptyRoot) {
-  struct Case {
-    uint16_t type;
-    int16_t length;
-    size_t size;
-    uint32_t root, freeHead, eof;
-    uint16_t keyLength;
-    uint8_t options;
-  } cases[] = {
-      {'C', 10, 1024, 512, 0xFFFFFFFF, 1024, 10, 0x00},
-      {'c' | 0x80, 100, 1024, 512, 0xFFFFFFFF, 1024, 100, 0x01},
-      {'N', 3, 1024, 512, 0xFFFFFFFF, 1024, 8, 0x00},
-      {'C' | 0x400, 10, 1536, 1024, 0, 0, 10, 0x20},
-      {'C' | 0x400 | 0x100 | 0x80, 100, 1536, 1024, 0, 0, 100, 0x21},
-      {'D' | 0x400, 0, 1536, 1024, 0, 0, 8, 0x20},
-      {'L' | 0x400, 0, 1536, 1024, 0, 0, 1, 0x20},
+  // {size, root, free head, end of file, key length, options}; compact: the
+  // root leaf's free room, record mask, duplicate mask, record bits,
+  // duplicate-count bits, entry bytes.
+  struct Case { uint16_t type; int16_t length; std::vector<uint32_t> header, leaf; } cases[] = {
+      {'C', 10, {1024, 512, 0xFFFFFFFF, 1024, 10, 0x00}, {}},
+      {'c' | 0x80, 100, {1024, 512, 0xFFFFFFFF, 1024, 100, 0x01}, {}},
+      {'N', 3, {1024, 512, 0xFFFFFFFF, 1024, 8, 0x00}, {}},
+      {'C' | 0x400, 10, {1536, 1024, 0, 0, 10, 0x20}, {488, 0xFFFF, 15, 16, 4, 3}},
+      {'C' | 0x400 | 0x100 | 0x80, 100, {1536, 1024, 0, 0, 100, 0x21}, {488, 0x3FFFF, 127, 18, 7, 4}},
+      {'D' | 0x400, 0, {1536, 1024, 0, 0, 8, 0x20}, {488, 0xFFFF, 15, 16, 4, 3}},
+      {'L' | 0x400, 0, {1536, 1024, 0, 0, 1, 0x20}, {488, 0x3FFF, 1, 14, 1, 2}},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.type);
@@ -40,50 +36,30 @@ TEST_F(IdxFormat, CreateWritesTheHeadersAndTheEmptyRoot) {
     char expr[] = "name + city";
     ASSERT_EQ(KXDICREATE(p.c_str(), c.type, expr, c.length), 0);
     EXPECT_STREQ(expr, "name+city");
-    auto b = testutil::ReadBytes(p);
-    ASSERT_EQ(b.size(), c.size);
-    EXPECT_EQ(Le32(b, 0), c.root);
-    EXPECT_EQ(Le32(b, 4), c.freeHead);
-    EXPECT_EQ(Le32(b, 8), c.eof);
-    EXPECT_EQ(Le16(b, 12), c.keyLength);
-    EXPECT_EQ(b[14], c.options);
-    const bool compact = c.options & 0x20;
-    const size_t exprAt = compact ? 512 : 16;
-    EXPECT_EQ(std::string(reinterpret_cast<const char*>(&b[exprAt])), "NAME+CITY");
-    if (compact) {
-      EXPECT_EQ(Le16(b, 502), 0);  // never descending, even with 0x100
-      EXPECT_EQ(Le16(b, 504), 10);
-      EXPECT_EQ(Le16(b, 506), 1);
-      EXPECT_EQ(Le16(b, 510), 10);
-    }
+    const auto b = testutil::ReadBytes(p);
+    const uint32_t root = c.header[1];
+    const bool compact = !c.leaf.empty();
+    EXPECT_EQ((std::vector<uint32_t>{uint32_t(b.size()), Le32(b, 0), Le32(b, 4), Le32(b, 8), Le16(b, 12), b[14]}), c.header);
+    EXPECT_EQ(std::string(reinterpret_cast<const char*>(&b[compact ? 512 : 16])), "NAME+CITY");
     // The root leaf: attribute 3, no keys, no siblings.
-    EXPECT_EQ(Le16(b, c.root), 3);
-    EXPECT_EQ(Le16(b, c.root + 2), 0);
-    EXPECT_EQ(Le32(b, c.root + 4), 0xFFFFFFFFu);
-    EXPECT_EQ(Le32(b, c.root + 8), 0xFFFFFFFFu);
+    EXPECT_EQ((std::vector<uint32_t>{Le16(b, root), Le16(b, root + 2), Le32(b, root + 4), Le32(b, root + 8)}),
+              (std::vector<uint32_t>{3, 0, 0xFFFFFFFF, 0xFFFFFFFF}));
     if (compact) {
-      const int k = c.keyLength == 100 ? 7 : c.keyLength == 10 || c.keyLength == 8 ? 4 : 1;
-      const int B = k == 1 ? 2 : k <= 5 ? 3 : 4, R = 8 * B - 2 * k;
-      EXPECT_EQ(Le16(b, c.root + 12), 488);
-      EXPECT_EQ(Le32(b, c.root + 14), (1u << R) - 1);
-      EXPECT_EQ(b[c.root + 18], (1 << k) - 1);
-      EXPECT_EQ(b[c.root + 20], R);
-      EXPECT_EQ(b[c.root + 21], k);
-      EXPECT_EQ(b[c.root + 23], B);
+      // {key order (never descending, even with 0x100), 10, 1, 10}
+      EXPECT_EQ((std::vector<uint32_t>{Le16(b, 502), Le16(b, 504), Le16(b, 506), Le16(b, 510)}),
+                (std::vector<uint32_t>{0, 10, 1, 10}));
+      EXPECT_EQ((std::vector<uint32_t>{Le16(b, root + 12), Le32(b, root + 14), b[root + 18], b[root + 20],
+                                       b[root + 21], b[root + 23]}), c.leaf);
     }
     int16_t h = -1;
     ASSERT_EQ(KXDIOPENX(&h, p.c_str(), 0), 0);
     KXINDEXINFO info{};
-    ASSERT_EQ(KXDIINFO(h, &info), 0);
-    EXPECT_EQ(int(info.keyLength), c.keyLength);
-    EXPECT_EQ(int(info.options), (c.options & 1 ? 0x80 : 0) | (compact ? 0x400 : 0));
-    EXPECT_EQ(int(info.decimals), compact ? 8 : 3);
-    EXPECT_STREQ(info.expression, "NAME+CITY");
-    char e[221];
-    ASSERT_EQ(KXDIEXPR(h, e), 0);
-    EXPECT_STREQ(e, "NAME+CITY");
-    char key[16];
+    char e[221], key[16];
     uint32_t rec = 9;
+    ASSERT_EQ(KXDIINFO(h, &info) + KXDIEXPR(h, e), 0);
+    EXPECT_EQ((std::vector<int>{info.keyLength, info.options, info.decimals}),
+              (std::vector<int>{int(c.header[4]), (c.header[5] & 1 ? 0x80 : 0) | (compact ? 0x400 : 0), compact ? 8 : 3}));
+    EXPECT_EQ(std::string(info.expression) + "|" + e, "NAME+CITY|NAME+CITY");
     EXPECT_EQ(KXDIKTOP(h, key, &rec), 2);
     ASSERT_EQ(KXDICLOSE(h), 0);
   }
@@ -96,30 +72,18 @@ TEST_F(IdxFormat, CreateAndOpenRefuseBadArguments) {
   big[221] = 0;
   struct Case { uint16_t type; char* expr; int16_t len; int16_t want; } cases[] = {
       {'C', ok, 0, -23}, {'C', ok, 101, -23}, {'X', ok, 10, -22}, {'C', big, 10, -7}};
-  for (const Case& c : cases) {
-    EXPECT_EQ(KXDICREATE(p.c_str(), c.type, c.expr, c.len), c.want);
-    KXESCODE(0);
-  }
+  for (const Case& c : cases) EXPECT_STATUS(KXDICREATE(p.c_str(), c.type, c.expr, c.len), c.want);
   ASSERT_EQ(KXDICREATE(p.c_str(), 'C', ok, 10), 0);
   int16_t h = -1;
-  EXPECT_EQ(KXDIOPENX(&h, p.c_str(), 5), -18);
-  KXESCODE(0);
+  EXPECT_STATUS(KXDIOPENX(&h, p.c_str(), 5), -18);
   EXPECT_EQ(h, -1);
   auto good = testutil::ReadBytes(p);
-  struct Patch { size_t at; std::vector<uint8_t> bytes; int16_t want; } patches[] = {
-      {12, {0, 0}, -23}, {12, {101, 0}, -23}, {0, {0, 4, 0, 0}, -25}, {0, {0, 1, 0, 0}, -25}, {16, {0}, -7}};
-  for (const Patch& c : patches) {
-    auto b = good;
-    std::copy(c.bytes.begin(), c.bytes.end(), b.begin() + long(c.at));
-    testutil::WriteBytes(p, b);
-    EXPECT_EQ(KXDIOPENX(&h, p.c_str(), 0), c.want);
-    KXESCODE(0);
-  }
+  ixtest::ExpectOpenStatuses(IX_OPS(I), p, good, {{12, {0, 0}, -23}, {12, {101, 0}, -23}, {0, {0, 4, 0, 0}, -25},
+                                                  {0, {0, 1, 0, 0}, -25}, {16, {0}, -7}});
   good.resize(1024 + 100);
   testutil::WriteBytes(p, good);
   ASSERT_EQ(KXDIOPENX(&h, p.c_str(), 0), 7);
-  EXPECT_EQ(KXDIKTYPE(h, 'x'), -22);
-  KXESCODE(0);
+  EXPECT_STATUS(KXDIKTYPE(h, 'x'), -22);
   ASSERT_EQ(KXDIKTYPE(h, 'c'), 0);
   KXINDEXINFO info{};
   ASSERT_EQ(KXDIINFO(h, &info), 0);
