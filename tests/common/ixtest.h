@@ -42,6 +42,10 @@ struct Ops {
   Step top, bot, next, prev, cur;
 };
 
+// Little-endian numbers written into a file's bytes.
+inline void Put16(std::vector<uint8_t>& b, size_t off, unsigned v) { b[off] = uint8_t(v), b[off + 1] = uint8_t(v >> 8); }
+inline void Put32(std::vector<uint8_t>& b, size_t off, uint32_t v) { Put16(b, off, v & 0xFFFF), Put16(b, off + 2, v >> 16); }
+
 // Every key of an open index in order: `length` bytes of each.
 inline Keys Walk(const Ops& ops, int16_t h, size_t length) {
   Keys keys;

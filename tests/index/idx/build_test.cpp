@@ -1,12 +1,6 @@
 // Bulk-built IDX indexes, standard and compact: the same keys in the same
 // order as one-by-one adds of the keys that key making gives, over direct
 // field keys and evaluated expressions, in memory and through merged runs.
-#include <cstring>
-#include <filesystem>
-#include <random>
-#include <string>
-#include <vector>
-
 #include "idxcheck.h"
 #include "ixtest.h"
 

@@ -1,11 +1,6 @@
 // IDX files as created, opened and described; the numeric key encoding;
 // compact leaves encoded and decoded at the edges of their bit widths.
-#include <algorithm>
-#include <cstring>
 #include <memory>
-#include <random>
-#include <string>
-#include <vector>
 
 #include "index/idx/idx.h"
 #include "ixtest.h"

@@ -1,13 +1,7 @@
 // Compatibility with Perl's XBase::Index: it reads every IDX the engine
 // writes, standard and compact, in the engine's key order; the engine reads
 // the standard IDX files it writes.
-#include <cstdlib>
-#include <cstring>
-#include <fstream>
-#include <random>
 #include <sstream>
-#include <string>
-#include <vector>
 
 #include "ixtest.h"
 

@@ -1,9 +1,5 @@
 // Damaged IDX files: every call gives a status, nothing crashes, no walk
 // runs forever, and a change that meets damage writes nothing.
-#include <cstring>
-#include <string>
-#include <vector>
-
 #include "idxcheck.h"
 #include "ixtest.h"
 

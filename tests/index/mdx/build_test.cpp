@@ -3,8 +3,8 @@
 // DTOS( ), and expressions made through the evaluator, ascending and
 // descending, with runs merged from the work file; the old tree's blocks
 // freed.
-#include "mdxcheck.h"
 #include "ixtest.h"
+#include "mdxcheck.h"
 
 namespace rv::mdx { extern uint32_t g_tagSortBytes; }
 

@@ -1,12 +1,7 @@
 // MDX files as bytes: the layout of a new file with one tag and with
 // several, the packed-decimal and date keys and the order they sort in.
-#include <algorithm>
-#include <cstring>
-#include <string>
-#include <vector>
-
+#include "ixtest.h"
 #include "mdxcheck.h"
-#include "testutil.h"
 
 using namespace testutil;
 

@@ -3,16 +3,8 @@
 // tag; the tags are walked and searched against an in-memory model and the
 // file checked. Half way, a tag is removed and another added while the
 // others hold keys.
-#include <algorithm>
-#include <cstdio>
-#include <cstring>
-#include <map>
-#include <random>
-#include <string>
-#include <vector>
-
+#include "ixtest.h"
 #include "mdxcheck.h"
-#include "testutil.h"
 
 using namespace testutil;
 

@@ -1,8 +1,8 @@
 // Perl's XBase::Index reads every tag of the MDX files that adds and
 // deletes leave behind, in the tag's key order, for character, numeric
 // (zero and negative values among them) and date keys.
-#include "mdxcheck.h"
 #include "ixtest.h"
+#include "mdxcheck.h"
 
 using namespace testutil;
 

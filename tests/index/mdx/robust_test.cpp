@@ -1,11 +1,6 @@
 // Damaged MDX files: each damaged header field gives its status at open;
 // damaged nodes give statuses, never a crash, a read outside the file or a
 // walk without end.
-#include <cstring>
-#include <random>
-#include <string>
-#include <vector>
-
 #include "ixtest.h"
 
 using namespace testutil;

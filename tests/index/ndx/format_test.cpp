@@ -1,14 +1,12 @@
 // NDX bytes and statuses: fresh files, the first split, the open's header
 // checks, the information exports, key comparison and date keys, closing by
 // the library and reopening after a quick close.
-#include <cstring>
-#include <string>
-#include <vector>
-
+#include "ixtest.h"
 #include "ndxcheck.h"
-#include "testutil.h"
 
 using namespace testutil;
+using ixtest::Put16;
+using ixtest::Put32;
 
 namespace {
 
@@ -16,7 +14,7 @@ namespace {
 std::vector<uint8_t> Fresh(unsigned keyLen, unsigned type, const char* expr, uint8_t unique) {
   std::vector<uint8_t> b(1024);
   const unsigned group = ((keyLen + 3) & ~3u) + 8;
-  auto put = [&](size_t off, unsigned v) { b[off] = uint8_t(v), b[off + 1] = uint8_t(v >> 8); };
+  auto put = [&](size_t off, unsigned v) { Put16(b, off, v); };
   put(0, 1), put(4, 2), put(12, keyLen), put(14, 504 / group), put(16, type), put(18, group);
   b[23] = unique;
   std::memcpy(&b[24], expr, std::strlen(expr));
@@ -33,12 +31,6 @@ std::vector<std::string> BlockKeys(const std::vector<uint8_t>& b, uint32_t blk) 
     keys.emplace_back(reinterpret_cast<const char*>(&b[at + 4 + i * 20 + 8]), 10);
   return keys;
 }
-
-void Put16(std::vector<uint8_t>& b, size_t off, unsigned v) { b[off] = uint8_t(v), b[off + 1] = uint8_t(v >> 8); }
-void Put32(std::vector<uint8_t>& b, size_t off, uint32_t v) { Put16(b, off, v & 0xFFFF), Put16(b, off + 2, v >> 16); }
-
-// A call's status, which is also left pending for KXECODE; then cleared.
-#define EXPECT_STATUS(call, status) do { EXPECT_EQ(call, status); EXPECT_EQ(KXECODE(), status); KXESCODE(0); } while (0)
 
 class NdxFormat : public EngineTest {
  protected:

@@ -2,14 +2,6 @@
 // order as adding one by one (character, numeric, date and mixed
 // expressions, both sort orders), runs merged from the work file, and the
 // work file, the build file and the table lock on every exit.
-#include <algorithm>
-#include <cstdio>
-#include <cstring>
-#include <filesystem>
-#include <random>
-#include <string>
-#include <vector>
-
 #include "ixtest.h"
 #include "ndxcheck.h"
 

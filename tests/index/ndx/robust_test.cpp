@@ -2,23 +2,16 @@
 // counts above the block's room. Every call ends with a status in bounded
 // time, nothing is read outside a block, and a change that fails leaves the
 // file as it was.
-#include <cstring>
-#include <string>
-#include <vector>
-
 #include "ixtest.h"
 #include "ndxcheck.h"
 
 using namespace testutil;
+using ixtest::Put32;
 
 namespace {
 
 // 10-byte keys: 25 a block, entries of 20 bytes.
 constexpr unsigned kPer = 25, kGroup = 20;
-
-void Put32(std::vector<uint8_t>& b, size_t off, uint32_t v) {
-  for (int i = 0; i < 4; ++i) b[off + size_t(i)] = uint8_t(v >> (8 * i));
-}
 
 // A header and `blocks` nodes: blocks 1..blocks-1 branches whose every
 // child is child(block, entry), the last a full leaf; all keys equal.

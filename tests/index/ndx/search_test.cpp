@@ -2,9 +2,7 @@
 // and record number not there, the current key after it is deleted, a
 // fresh handle, an empty index, the leftmost of equal keys, and the
 // collating order.
-#include <cstring>
-
-#include "testutil.h"
+#include "ixtest.h"
 
 using namespace testutil;
 

@@ -1,11 +1,7 @@
 // Two handles and two processes on one NDX index: every call sees what the
 // other wrote before it, kept positions included, and the free-block pass of
 // one handle's close leaves the other's freed blocks sound.
-#include <cstdio>
-#include <cstring>
 #include <set>
-#include <string>
-#include <vector>
 
 #include "ixtest.h"
 #include "ndxcheck.h"

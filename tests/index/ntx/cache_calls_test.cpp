@@ -1,8 +1,6 @@
 // Pages and positions kept from one call to the next: whatever another
 // process or another handle changes in between is seen by the next call;
 // the cache grows with the index.
-#include <map>
-
 #include "ixtest.h"
 #include "ntxcheck.h"
 

@@ -1,14 +1,6 @@
 // Bulk-built NTX indexes: the page layout, keys and order against one-by-one
 // insertion, numeric key texts, the temporary file and the table lock on
 // every exit, and peer readers.
-#include <algorithm>
-#include <cstring>
-#include <filesystem>
-#include <map>
-#include <random>
-#include <string>
-#include <vector>
-
 #include "ixtest.h"
 #include "ntxcheck.h"
 

@@ -1,8 +1,6 @@
 // Keys made from records through the index's key expression (an index
 // built that way is the bulk-build tests' reference).
-#include <string>
-
-#include "testutil.h"
+#include "ixtest.h"
 
 using namespace testutil;
 

@@ -1,20 +1,18 @@
 // NTX bytes and statuses: fresh and split files, create/open checks, the
 // information exports and key texts, corrupt pages, two handles on one index.
-#include <algorithm>
-#include <cstring>
-#include <string>
-
+#include "ixtest.h"
 #include "ntxcheck.h"
-#include "testutil.h"
 
 using namespace testutil;
+using ixtest::Put16;
+using ixtest::Put32;
 
 namespace {
 
 // A fresh index as the format defines it: the header page, then an empty root.
 std::vector<uint8_t> Fresh(unsigned keyLen, unsigned m, const char* expr, uint8_t unique, unsigned dec = 0) {
   std::vector<uint8_t> b(2048);
-  auto put = [&](size_t off, unsigned v) { b[off] = uint8_t(v), b[off + 1] = uint8_t(v >> 8); };
+  auto put = [&](size_t off, unsigned v) { Put16(b, off, v); };
   put(0, 6), put(2, 1), put(4, 1024), put(12, keyLen + 8), put(14, keyLen), put(16, dec), put(18, m), put(20, m / 2);
   std::memcpy(&b[22], expr, std::strlen(expr));
   b[278] = unique;
@@ -35,9 +33,6 @@ std::vector<std::string> PageKeys(const std::vector<uint8_t>& b, uint32_t off) {
     keys.emplace_back(reinterpret_cast<const char*>(&b[off + std::min(Le16(b, off + 2 + 2 * i), uint16_t(1006)) + 8]), 10);
   return keys;
 }
-
-// A call's status, which is also left pending for KXECODE; then cleared.
-#define EXPECT_STATUS(call, status) do { EXPECT_EQ(call, status); EXPECT_EQ(KXECODE(), status); KXESCODE(0); } while (0)
 
 class NtxFormat : public testutil::EngineTest {
  protected:

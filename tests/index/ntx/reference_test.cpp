@@ -1,14 +1,6 @@
 // Compatibility: indexes written by another engine are read exactly, and
 // indexes written here are read by Perl's XBase::Index.
-#include <cstdlib>
-#include <cstring>
-#include <filesystem>
-#include <fstream>
-#include <map>
-#include <random>
 #include <sstream>
-#include <string>
-#include <vector>
 
 #include "ixtest.h"
 #include "ntxcheck.h"

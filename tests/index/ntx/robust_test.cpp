@@ -1,15 +1,14 @@
 // Damaged and foreign NTX files, and writers that do not bump the update
 // counter: every call sees the file as it is, a damaged tree gives a status
 // in bounded time, and a change that fails leaves the file as it was.
-#include <cstring>
 #include <set>
-#include <string>
-#include <vector>
 
 #include "ixtest.h"
 #include "ntxcheck.h"
 
 using namespace testutil;
+using ixtest::Put16;
+using ixtest::Put32;
 
 namespace {
 
@@ -21,9 +20,6 @@ std::string K(int i) {
   std::snprintf(k, sizeof k, "K%05d    ", i);
   return k;
 }
-
-void Put16(std::vector<uint8_t>& b, size_t off, unsigned v) { b[off] = uint8_t(v), b[off + 1] = uint8_t(v >> 8); }
-void Put32(std::vector<uint8_t>& b, size_t off, uint32_t v) { Put16(b, off, v & 0xFFFF), Put16(b, off + 2, v >> 16); }
 
 class NtxRobust : public EngineTest {
  protected:
