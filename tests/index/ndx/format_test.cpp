@@ -91,24 +91,12 @@ TEST_F(NdxFormat, FreshFilesAndTheFirstSplit) {
 TEST_F(NdxFormat, OpenChecksTheHeader) {
   const std::string good = Make("g.ndx", 'C', "NAME", 10);
   const auto fresh = ReadBytes(good);
-  struct Case { size_t at; int bytes; uint32_t value; int16_t want; } cases[] = {
-      {12, 2, 0, KX_ERR_EXPRLEN},      {12, 2, 101, KX_ERR_EXPRLEN},   // key length
-      {18, 2, 19, KX_ERR_ITEMSIZE},    {18, 2, 24, KX_ERR_ITEMSIZE},   // group length
-      {0, 4, 0, KX_ERR_ROOT},          {4, 4, 0, KX_ERR_ROOT},         // root 0, next below the root
-      {14, 2, 26, KX_ERR_HEADERFIELD}, {14, 2, 1, KX_ERR_HEADERFIELD}, // keys per block
-      {16, 2, 2, KX_ERR_KEYTYPE}};
-  for (const Case& c : cases) {
-    auto b = fresh;
-    (c.bytes == 2 ? Put16 : Put32)(b, c.at, c.value);
-    WriteBytes(path, b);
-    h = 5;
-    EXPECT_STATUS(KXDNOPENX(&h, path.c_str(), 0), c.want);
-    EXPECT_EQ(h, -1) << c.at;
-  }
-  auto b = fresh;
-  std::memset(&b[24], 'A', 221);  // an expression of 221 characters
-  WriteBytes(path, b);
-  EXPECT_STATUS(KXDNOPENX(&h, path.c_str(), 0), KX_ERR_EXPR);
+  ixtest::ExpectOpenStatuses(IX_OPS(N), path, fresh, {
+      {12, {0, 0}, KX_ERR_EXPRLEN}, {12, {101, 0}, KX_ERR_EXPRLEN},                  // key length
+      {18, {19, 0}, KX_ERR_ITEMSIZE}, {18, {24, 0}, KX_ERR_ITEMSIZE},                // group length
+      {0, {0, 0, 0, 0}, KX_ERR_ROOT}, {4, {0, 0, 0, 0}, KX_ERR_ROOT},                // root 0, next below the root
+      {14, {26, 0}, KX_ERR_HEADERFIELD}, {14, {1, 0}, KX_ERR_HEADERFIELD},           // keys per block
+      {16, {2, 0}, KX_ERR_KEYTYPE}, {24, std::vector<uint8_t>(221, 'A'), KX_ERR_EXPR}});  // 221 characters
   WriteBytes(path, std::vector<uint8_t>(fresh.begin(), fresh.begin() + 100));
   EXPECT_STATUS(KXDNOPENX(&h, path.c_str(), 0), KX_ERR_READ);
   EXPECT_STATUS(KXDNOPENX(&h, dir.file("none.ndx").c_str(), 0), KX_ERR_OPEN);
@@ -122,7 +110,7 @@ TEST_F(NdxFormat, OpenChecksTheHeader) {
 
   // A file longer than next block * 512 opens with 7 and works; so does a
   // key of 5 bytes in groups of 14 (other writers round to even lengths).
-  b = fresh;
+  auto b = fresh;
   b.resize(1124);
   WriteBytes(path, b);
   ASSERT_EQ(KXDNOPENX(&h, path.c_str(), 0x400), KX_SIZEWARN);

@@ -112,18 +112,10 @@ TEST_F(NtxFormat, CreateChecks) {
 TEST_F(NtxFormat, OpenChecks) {
   const std::string good = Make("g.ntx", 'C', "NAME", 10), bad = dir.file("bad.ntx");
   const auto fresh = ReadBytes(good);
-  struct { size_t off; int width; uint32_t value; int16_t status; } cases[] = {
-      {14, 2, 0, -23},   {14, 2, 101, -23},  {12, 2, 17, -24}, {4, 4, 512, -25},    {4, 4, 2048, -25},
-      {4, 4, 1500, -25}, {18, 2, 48, -26},   {20, 2, 24, -44}, {22, 256, 'A', -7},  // no terminator
-  };
-  for (const auto& c : cases) {
-    auto b = fresh;
-    for (int i = 0; i < c.width; ++i) b[c.off + i] = c.width > 4 ? uint8_t(c.value) : uint8_t(c.value >> (8 * i));
-    WriteBytes(bad, b);
-    h = 5;
-    EXPECT_STATUS(KXDCOPENX(&h, bad.c_str(), 0), c.status);
-    EXPECT_EQ(h, -1) << c.off;
-  }
+  ixtest::ExpectOpenStatuses(IX_OPS(C), bad, fresh, {
+      {14, {0, 0}, -23}, {14, {101, 0}, -23}, {12, {17, 0}, -24}, {4, {0, 2, 0, 0}, -25}, {4, {0, 8, 0, 0}, -25},
+      {4, {0xDC, 5, 0, 0}, -25}, {18, {48, 0}, -26}, {20, {24, 0}, -44},
+      {22, std::vector<uint8_t>(256, 'A'), -7}});  // no terminator
   WriteBytes(bad, std::vector<uint8_t>(fresh.begin(), fresh.begin() + 100));
   EXPECT_STATUS(KXDCOPENX(&h, bad.c_str(), 0), -2);  // a truncated header
   EXPECT_STATUS(KXDCOPENX(&h, dir.file("missing.ntx").c_str(), 0), -46);
