@@ -46,13 +46,27 @@ struct Ops {
 inline void Put16(std::vector<uint8_t>& b, size_t off, unsigned v) { b[off] = uint8_t(v), b[off + 1] = uint8_t(v >> 8); }
 inline void Put32(std::vector<uint8_t>& b, size_t off, uint32_t v) { Put16(b, off, v & 0xFFFF), Put16(b, off + 2, v >> 16); }
 
-// Every key of an open index in order: `length` bytes of each.
-inline Keys Walk(const Ops& ops, int16_t h, size_t length) {
+// Every key of an open index in order (walked from the bottom up when
+// `back`): `length` bytes of each. The walk ends with 2 on an empty index,
+// else 3.
+inline Keys Walk(const Ops& ops, int16_t h, size_t length, bool back = false) {
   Keys keys;
   char key[256];
   uint32_t rec = 0;
-  for (int16_t s = ops.top(h, key, &rec); s == 0; s = ops.next(h, key, &rec)) keys.emplace_back(std::string(key, length), rec);
+  int16_t s = (back ? ops.bot : ops.top)(h, key, &rec);
+  for (; s == 0; s = (back ? ops.prev : ops.next)(h, key, &rec)) keys.emplace_back(std::string(key, length), rec);
+  EXPECT_EQ(s, keys.empty() ? 2 : 3);
+  if (back) std::reverse(keys.begin(), keys.end());
   return keys;
+}
+
+// The key calls of one tag of an MDX file.
+inline Ops MdxTagOps(int16_t t) {
+  auto step = [t](auto call) { return [t, call](int16_t h, char* k, uint32_t* r) { return call(h, t, k, r); }; };
+  return {KXDMOPENX, KXDMCLOSE, [t](int16_t h, const char* k, uint32_t r) { return KXDMTKADD(h, t, k, r); },
+          [t](int16_t h, const char* k, uint32_t r) { return KXDMTKDEL(h, t, k, r); },
+          [t](int16_t h, char* k, uint32_t* r, int16_t m) { return KXDMTKFIND(h, t, k, r, m); },
+          step(KXDMTKTOP), step(KXDMTKBOT), step(KXDMTKNEXT), step(KXDMTKPREV), step(KXDMTKCUR)};
 }
 
 inline bool HavePerl() {

@@ -117,36 +117,44 @@ TEST_F(IdxFormat, NumericKeysSortAsNumbers) {
   EXPECT_EQ(std::memcmp(z, cases[2].want, 8), 0);
 }
 
-// Compact leaves through the node codec, at the edges of each width.
-TEST(IdxCompactLeaf, RoundTripsAtTheBitWidthEdges) {
+// Compact leaves through the node codec: round trips at the edges of each
+// bit width, a full leaf, and the bytes of a small one.
+TEST(IdxCompactLeaf, EncodedAndDecoded) {
+  auto state = [](int length) {
+    rv::idx::IdxState st{};
+    st.keyLength = uint16_t(length);
+    st.compact = 1;
+    st.pad = ' ';
+    return st;
+  };
+  auto entry = [](const std::string& key, uint32_t rec) {
+    rv::idx::Ent e{};
+    std::memset(e.key, ' ', sizeof e.key);
+    std::memcpy(e.key, key.data(), key.size());
+    e.rec = rec;
+    return e;
+  };
   struct Case { int L; uint32_t maxRec; int wantB, wantR; } cases[] = {
       {1, 16383, 2, 14},        {1, 16384, 3, 22},         {7, 262143, 3, 18},  {8, 65535, 3, 16},
       {10, 65535, 3, 16},       {10, 65536, 4, 24},        {31, 16383, 3, 14},  {31, 16384, 4, 22},
       {32, 1048575, 4, 20},     {32, 1048576, 5, 28},      {100, 0xFFFFFFFF, 6, 32}, {100, 262143, 4, 18},
   };
   std::mt19937 rng(5);
+  uint8_t pg[512];
   for (const Case& c : cases) {
-    SCOPED_TRACE(c.L);
-    SCOPED_TRACE(c.maxRec);
-    rv::idx::IdxState st{};
-    st.keyLength = uint16_t(c.L);
-    st.compact = 1;
-    st.pad = ' ';
+    SCOPED_TRACE(std::to_string(c.L) + " " + std::to_string(c.maxRec));
+    const rv::idx::IdxState st = state(c.L);
     rv::idx::Node nd;
     nd.attr = 3;
     // Keys with shared prefixes, blank tails, all-blank keys and equal keys.
     for (int i = 0; i < 12; ++i) {
-      rv::idx::Ent e{};
-      std::memset(e.key, ' ', sizeof e.key);
-      const int used = i % 4 == 0 ? 0 : int(rng() % unsigned(std::min(c.L, 30))) + 1;
-      for (int j = 0; j < used; ++j) e.key[j] = char('A' + (j < 2 ? i / 4 : int(rng() % 3)));
-      e.rec = i == 11 ? c.maxRec : uint32_t(rng() % 1000) + 1;
-      nd.e.push_back(e);
+      std::string k(i % 4 == 0 ? 0 : rng() % unsigned(std::min(c.L, 30)) + 1, ' ');
+      for (size_t j = 0; j < k.size(); ++j) k[j] = char('A' + (j < 2 ? i / 4 : int(rng() % 3)));
+      nd.e.push_back(entry(k, i == 11 ? c.maxRec : uint32_t(rng() % 1000) + 1));
     }
     std::sort(nd.e.begin(), nd.e.end(), [&](const auto& a, const auto& b) {
       return std::memcmp(a.key, b.key, size_t(c.L)) < 0;
     });
-    uint8_t pg[512];
     ASSERT_TRUE(rv::idx::EncodeNode(&st, nd, pg));
     EXPECT_EQ(pg[23], c.wantB);
     EXPECT_EQ(pg[20], c.wantR);
@@ -158,39 +166,22 @@ TEST(IdxCompactLeaf, RoundTripsAtTheBitWidthEdges) {
       EXPECT_EQ(flat->rec(i), nd.e[i].rec) << i;
     }
   }
-}
-
-TEST(IdxCompactLeaf, AFullLeafRefusesOneMoreKeyAndDecodesItsOwnExample) {
-  rv::idx::IdxState st{};
-  st.keyLength = 10;
-  st.compact = 1;
-  st.pad = ' ';
+  // Keys that share nothing take their whole 10 bytes and 3 info bytes: 37
+  // fit in 488 bytes, not 38.
+  const rv::idx::IdxState st = state(10);
   rv::idx::Node nd;
   nd.attr = 2;
-  uint8_t pg[512];
-  // Keys that share nothing: each takes its whole 10 bytes and 3 info bytes.
-  for (int i = 0;; ++i) {
-    rv::idx::Ent e{};
-    char text[32];
+  char text[32];
+  for (int i = 0; i < 38; ++i) {
     std::snprintf(text, sizeof text, "%c%09d", 'A' + i % 26, i);
-    std::memcpy(e.key, text, 10);
-    e.rec = uint32_t(i + 1);
-    nd.e.push_back(e);
-    if (!rv::idx::EncodeNode(&st, nd, pg)) break;
+    nd.e.push_back(entry(text, uint32_t(i + 1)));
   }
-  EXPECT_EQ(nd.e.size(), size_t(488 / 13 + 1));
+  EXPECT_FALSE(rv::idx::EncodeNode(&st, nd, pg));
   nd.e.pop_back();
   ASSERT_TRUE(rv::idx::EncodeNode(&st, nd, pg));
   EXPECT_EQ(Le16({pg, pg + 512}, 12), 488 - 37 * 13);
   // "ABC" 1, "ABD" 2: info 01 00 70 and 02 00 72, tails "DABC" at the end.
-  nd.e.clear();
-  for (const char* k : {"ABC", "ABD"}) {
-    rv::idx::Ent e{};
-    std::memset(e.key, ' ', 10);
-    std::memcpy(e.key, k, 3);
-    e.rec = uint32_t(nd.e.size() + 1);
-    nd.e.push_back(e);
-  }
+  nd.e = {entry("ABC", 1), entry("ABD", 2)};
   ASSERT_TRUE(rv::idx::EncodeNode(&st, nd, pg));
   const uint8_t info[6] = {0x01, 0x00, 0x70, 0x02, 0x00, 0x72};
   EXPECT_EQ(std::memcmp(pg + 24, info, 6), 0);

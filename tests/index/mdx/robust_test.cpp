@@ -29,16 +29,7 @@ void MakeFile(const std::string& path, int keys) {
   ASSERT_EQ(KXDMCLOSE(h), 0);
 }
 
-// The key calls of one tag.
-ixtest::Ops TagOps(int16_t t) {
-  using K = char*;
-  using R = uint32_t*;
-  auto step = [t](auto call) { return [t, call](int16_t h, K k, R r) { return call(h, t, k, r); }; };
-  return {KXDMOPENX, KXDMCLOSE, [t](int16_t h, const char* k, uint32_t r) { return KXDMTKADD(h, t, k, r); },
-          [t](int16_t h, const char* k, uint32_t r) { return KXDMTKDEL(h, t, k, r); },
-          [t](int16_t h, K k, R r, int16_t m) { return KXDMTKFIND(h, t, k, r, m); },
-          step(KXDMTKTOP), step(KXDMTKBOT), step(KXDMTKNEXT), step(KXDMTKPREV), step(KXDMTKCUR)};
-}
+using ixtest::MdxTagOps;
 
 }  // namespace
 
@@ -48,7 +39,7 @@ TEST_F(EngineTest, MdxDamagedHeadersGiveTheirStatus) {
   const auto bytes = ReadBytes(good);
   const uint32_t tag1 = Le32(bytes, 544);
   const size_t th = size_t(tag1) * 512;
-  ixtest::ExpectOpenStatuses(TagOps(1), bad, bytes, {
+  ixtest::ExpectOpenStatuses(MdxTagOps(1), bad, bytes, {
       {0, {3}, -19},                {20, {0, 0}, -49},           {20, {40, 0}, -49},
       {22, {0, 2}, -51},            {25, {'1'}, -52},            {26, {0}, -53},
       {28, {48, 0}, -50},           {32, {2, 0, 0, 0}, -25},     {36, {0xFF, 0xFF, 0, 0}, -25},
@@ -109,7 +100,7 @@ TEST_F(EngineTest, MdxDamagedNodes) {
     }
     for (int16_t t = 1; t <= 3; ++t) {
       SCOPED_TRACE("round " + std::to_string(round) + " tag " + std::to_string(t));
-      const ixtest::Poked p = ixtest::Poke(TagOps(t), h, bad, "K05000", 2, 0, 20000);
+      const ixtest::Poked p = ixtest::Poke(MdxTagOps(t), h, bad, "K05000", 2, 0, 20000);
       EXPECT_TRUE(p.walk != ixtest::kCutOff && p.back != ixtest::kCutOff);
       for (int16_t s : p.all()) failures += s < 0;
     }

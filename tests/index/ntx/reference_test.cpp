@@ -43,13 +43,7 @@ TEST_F(NtxReference, ReferenceIndexesWalkedAndFound) {
     char key[128];
     uint32_t rec = 0;
     ASSERT_EQ(KXDCOPENX(&h, path.c_str(), 0x100), 0);
-    KeyList forward, backward;
-    for (int16_t s = KXDCKTOP(h, key, &rec); s == 0; s = KXDCKNEXT(h, key, &rec)) forward.emplace_back(key, rec);
-    EXPECT_EQ(KXDCKNEXT(h, key, &rec), 3);
-    for (int16_t s = KXDCKBOT(h, key, &rec); s == 0; s = KXDCKPREV(h, key, &rec)) backward.emplace(backward.begin(), key, rec);
-    EXPECT_EQ(KXDCKPREV(h, key, &rec), 3);
-    EXPECT_EQ(forward, want);
-    EXPECT_EQ(backward, want);
+    for (bool back : {false, true}) EXPECT_EQ(ixtest::Walk(IX_OPS(C), h, want[0].first.size(), back), want);
     // Every key is found: by key (the first of equal keys) and by key and record.
     std::map<std::string, uint32_t> first;
     for (const auto& [k, n] : want) first.emplace(k, n);

@@ -15,11 +15,7 @@ namespace {
 // 10-byte keys: M = 50, half page 25, items of 18 bytes.
 constexpr unsigned kM = 50, kItem = 18;
 
-std::string K(int i) {
-  char k[16];
-  std::snprintf(k, sizeof k, "K%05d    ", i);
-  return k;
-}
+std::string K(int i) { return ixtest::Key10(i); }
 
 class NtxRobust : public EngineTest {
  protected:
