@@ -1,21 +1,15 @@
 // Compatibility with Perl's XBase::Index: it reads every IDX the engine
 // writes, standard and compact, in the engine's key order; the engine reads
 // the standard IDX files it writes.
-#include <cstdlib>
-#include <cstring>
-#include <fstream>
-#include <random>
 #include <sstream>
-#include <string>
-#include <vector>
 
-#include "testutil.h"
+#include "ixtest.h"
 
 using namespace testutil;
 
 namespace {
 
-using Keys = std::vector<std::pair<std::string, uint32_t>>;
+using ixtest::Keys;
 
 // Walks an index with XBase::Index and prints "hex-key record" lines. A
 // compact IDX is one tag of the CDX layout, read without the tag lookup.
@@ -34,20 +28,12 @@ $i->prepare_select;
 while (my ($k, $v) = $i->fetch) { print unpack('H*', $k), " $v\n"; }
 )";
 
-bool HavePerl() { return std::system("perl -MXBase::Index -e 1 >/dev/null 2>&1") == 0; }
-
-std::string Hex(const std::string& s) {
-  static const char* d = "0123456789abcdef";
-  std::string out;
-  for (unsigned char c : s) {
-    out += d[c >> 4];
-    out += d[c & 15];
-  }
-  return out;
-}
-
 class IdxPerl : public EngineTest {
  protected:
+  void SetUp() override {
+    if (!ixtest::HavePerl()) GTEST_SKIP() << "no XBase::Index";
+    EngineTest::SetUp();
+  }
   // Perl's keys, padded back to the key length with the pad byte (Perl
   // drops a compact key's trailing pad).
   Keys PerlKeys(const std::string& path, bool compact, size_t length, char pad) {
@@ -67,19 +53,9 @@ class IdxPerl : public EngineTest {
     }
     return keys;
   }
-  // Every key of an open index in the engine's order.
-  static Keys Walk(int16_t h, size_t length) {
-    Keys keys;
-    char key[128];
-    uint32_t rec = 0;
-    for (int16_t s = KXDIKTOP(h, key, &rec); s == 0; s = KXDIKNEXT(h, key, &rec))
-      keys.emplace_back(std::string(key, length), rec);
-    return keys;
-  }
 };
 
 TEST_F(IdxPerl, PerlReadsWhatTheEngineWrites) {
-  if (!HavePerl()) GTEST_SKIP() << "no XBase::Index";
   struct Case { char type; bool unique; int16_t length; int count; };
   const Case cases[] = {{'C', false, 10, 3000}, {'C', true, 30, 800}, {'N', false, 8, 2000},
                         {'D', true, 8, 1500},   {'L', false, 1, 300}};
@@ -115,21 +91,16 @@ TEST_F(IdxPerl, PerlReadsWhatTheEngineWrites) {
           ASSERT_EQ(KXDIKDEL(h, first, r), 0);
         }
       }
-      const Keys engine = Walk(h, size_t(c.length));
+      const Keys engine = ixtest::Walk(IX_OPS(I), h, size_t(c.length));
       ASSERT_EQ(KXDICLOSE(h), 0);
       ASSERT_GT(engine.size(), 100u);
       const Keys perl = PerlKeys(path, compact, size_t(c.length), c.type == 'C' ? ' ' : '\0');
-      ASSERT_EQ(perl.size(), engine.size());
-      for (size_t i = 0; i < perl.size(); ++i) {
-        ASSERT_EQ(Hex(perl[i].first), Hex(engine[i].first)) << i;
-        ASSERT_EQ(perl[i].second, engine[i].second) << i;
-      }
+      EXPECT_EQ(ixtest::Lines(perl), ixtest::Lines(engine));
     }
   }
 }
 
 TEST_F(IdxPerl, EngineReadsWhatPerlWrites) {
-  if (!HavePerl()) GTEST_SKIP() << "no XBase::Index";
   const std::string table = dir.file("p.dbf");
   KXDBFFIELD fields[] = {DbfField("NAME", 'C', 10, 0), DbfField("AMOUNT", 'N', 8, 2)};
   ASSERT_EQ(KXDDCREATE(table.c_str(), 2, fields, 3), 0);
@@ -170,7 +141,7 @@ TEST_F(IdxPerl, EngineReadsWhatPerlWrites) {
     if (numeric) {
       ASSERT_EQ(KXDIKTYPE(h, 'N'), 0);
     }
-    const Keys got = Walk(h, numeric ? 8 : 10);
+    const Keys got = ixtest::Walk(IX_OPS(I), h, numeric ? 8 : 10);
     EXPECT_EQ(got, want);
     // Finds land on each key.
     for (size_t i = 0; i < want.size(); i += 7) {

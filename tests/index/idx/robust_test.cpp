@@ -1,11 +1,7 @@
 // Damaged IDX files: every call gives a status, nothing crashes, no walk
 // runs forever, and a change that meets damage writes nothing.
-#include <cstring>
-#include <string>
-#include <vector>
-
 #include "idxcheck.h"
-#include "testutil.h"
+#include "ixtest.h"
 
 using namespace testutil;
 
@@ -29,48 +25,30 @@ class IdxDamage : public EngineTest {
   }
 };
 
-// Every export on a damaged file: statuses only, walks that end.
-void Exercise(const std::string& path, int keys, std::vector<int16_t>* seen) {
+// Every export on a damaged file: statuses only, walks that end; the
+// statuses met, the open's first.
+std::vector<int16_t> Exercise(const std::string& path, int keys) {
   int16_t h = -1;
-  int16_t s = KXDIOPENX(&h, path.c_str(), 0);
-  seen->push_back(s);
-  if (s < 0) {
-    KXESCODE(0);
-    return;
-  }
-  char key[128] = "K0000500";
-  uint32_t rec = 0;
-  auto note = [&](int16_t r) {
-    seen->push_back(r);
-    if (r < 0) KXESCODE(0);
-    return r;
-  };
-  using Walk = int16_t(KXAPI*)(int16_t, char*, uint32_t*);
-  for (auto [first, step] : {std::pair<Walk, Walk>{KXDIKTOP, KXDIKNEXT}, std::pair<Walk, Walk>{KXDIKBOT, KXDIKPREV}}) {
-    int steps = 0;
-    for (int16_t r = note(first(h, key, &rec)); r == 0 && steps < 2 * keys + 10; ++steps) r = note(step(h, key, &rec));
-    EXPECT_LT(steps, 2 * keys + 10) << "a walk that does not end";
-  }
-  std::strcpy(key, "K0000500");
-  note(KXDIKFIND(h, key, &rec, 1));
-  note(KXDIKCUR(h, key, &rec));
-  // A change that fails writes nothing.
-  auto change = [&](int16_t (*op)(int16_t, const char*, uint32_t), const char* k, uint32_t r) {
-    const std::vector<uint8_t> before = ReadBytes(path);
-    const int16_t got = note(op(h, k, r));
-    if (got < 0) {
-      EXPECT_EQ(ReadBytes(path), before);
-    }
-    return got;
-  };
-  for (int i = 0; i < 200; ++i) {
+  const int16_t s = KXDIOPENX(&h, path.c_str(), 0);
+  KXESCODE(0);
+  if (s < 0) return {s};
+  // A key of the first leaf, which holds the damage.
+  const ixtest::Poked p = ixtest::Poke(IX_OPS(I), h, path, "K0000000", 2, 1, 2 * keys + 10);
+  EXPECT_TRUE(p.walk != ixtest::kCutOff && p.back != ixtest::kCutOff) << "a walk that does not end";
+  auto seen = p.all();
+  seen.insert(seen.begin(), s);
+  for (int i = 0; i < 200 && seen.back() >= 0; ++i) {  // adds until one needs a free node
     char k[16];
     std::snprintf(k, sizeof k, "K0000500%02d", i % 100);
-    if (change([](int16_t x, const char* y, uint32_t z) { return KXDIKADD(x, y, z); }, k, uint32_t(90000 + i)) < 0)
-      break;
+    const auto before = ReadBytes(path);
+    seen.push_back(KXDIKADD(h, k, uint32_t(90000 + i)));
+    KXESCODE(0);
+    if (seen.back() < 0) {
+      EXPECT_EQ(ReadBytes(path), before);
+    }
   }
-  change([](int16_t x, const char* y, uint32_t z) { return KXDIKDEL(x, y, z); }, "K0000600", 601);
   EXPECT_EQ(KXDICLOSE(h), 0);
+  return seen;
 }
 
 TEST_F(IdxDamage, DamagedNodesGiveStatuses) {
@@ -80,7 +58,6 @@ TEST_F(IdxDamage, DamagedNodesGiveStatuses) {
     const int count = 3000;
     const std::vector<uint8_t> good = Make(path, compact, count);
     const uint32_t root = Le32(good, 0);
-    const uint32_t size = compact ? 8 : 4;     // bytes after the key in an interior entry
     const uint32_t child0 = root + 12 + 10 + (compact ? 4 : 0);  // first entry's child (big-endian)
     const uint32_t first = compact ? 1024 : 512;
     auto be = [](uint32_t v) {
@@ -107,14 +84,12 @@ TEST_F(IdxDamage, DamagedNodesGiveStatuses) {
         {"free head not a node", 4, {0x10, 0, 0, 0}, -6},
         {"root past the end", 0, {0, 0, 0, 0x70}, -25},
     };
-    (void)size;
     for (const Patch& p : patches) {
       SCOPED_TRACE(p.what);
       std::vector<uint8_t> b = good;
       std::copy(p.bytes.begin(), p.bytes.end(), b.begin() + long(p.at));
       WriteBytes(path, b);
-      std::vector<int16_t> seen;
-      Exercise(path, count, &seen);
+      const std::vector<int16_t> seen = Exercise(path, count);
       int16_t worst = 0;
       for (int16_t s : seen)
         if (s < 0 && worst == 0) worst = s;

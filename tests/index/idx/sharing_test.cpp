@@ -1,11 +1,8 @@
 // Handles that share an IDX file see each other's changes at their next
 // call; a quick close is undone by the next call; a read-only handle
 // refuses changes; KXDTERM closes what is left open.
-#include <cstring>
-#include <string>
-
 #include "idxcheck.h"
-#include "testutil.h"
+#include "ixtest.h"
 
 namespace {
 

@@ -3,40 +3,28 @@
 // DTOS( ), and expressions made through the evaluator, ascending and
 // descending, with runs merged from the work file; the old tree's blocks
 // freed.
-#include <cstdio>
-#include <filesystem>
-#include <random>
-#include <string>
-#include <vector>
-
+#include "ixtest.h"
 #include "mdxcheck.h"
-#include "testutil.h"
 
 namespace rv::mdx { extern uint32_t g_tagSortBytes; }
 
-using namespace testutil;
-namespace fs = std::filesystem;
+namespace {
 
-TEST_F(EngineTest, MdxTagBuildMatchesKeysAddedOneByOne) {
-  const fs::path old = fs::current_path();
-  fs::current_path(dir.path());  // "stacks.tmp" is made here
-  const std::string tablePath = dir.file("t.dbf");
-  KXDBFFIELD fields[] = {DbfField("NAME", 'C', 10, 0), DbfField("AMOUNT", 'N', 8, 2), DbfField("BORN", 'D', 8, 0)};
-  ASSERT_EQ(KXDDCREATE(tablePath.c_str(), 3, fields, 3), 0);
-  int16_t table = -1;
-  ASSERT_EQ(KXDDOPENX(&table, tablePath.c_str(), 0x403), 0);
+class MdxBuild : public ixtest::BulkTest {
+ protected:
+  MdxBuild() : BulkTest(&rv::mdx::g_tagSortBytes) {}
+};
+
+}  // namespace
+
+TEST_F(MdxBuild, TagBuildMatchesKeysAddedOneByOne) {
   std::minstd_rand rng(3);
   for (int i = 0; i < 3000; ++i) {
     std::string name;
     for (int j = 0; j < 4; ++j) name += char('A' + rng() % 4);
-    const double amount = double(int(rng() % 2001) - 1000) / 4;
     char born[16] = "        ";
     if (i % 50) std::snprintf(born, sizeof born, "%04u%02u%02u", unsigned(1890 + rng() % 150), unsigned(1 + rng() % 12), unsigned(1 + rng() % 28));
-    uint32_t rec = 0;
-    ASSERT_EQ(KXDDFNPUTS(table, "NAME", name.c_str()), 0);
-    ASSERT_EQ(KXDDFNPUT(table, "AMOUNT", &amount), 0);
-    ASSERT_EQ(KXDDFNPUT(table, "BORN", born), 0);
-    ASSERT_EQ(KXDDRPUT(table, &rec, 0), 0);
+    Add(name, double(int(rng() % 2001) - 1000) / 4, born);
   }
   struct Tag { const char* name; uint16_t type; const char* expr; int16_t length; } tags[] = {
       {"NAME", 'C', "NAME", 10},           {"DNAME", 'C' | 0x100, "NAME", 10},    {"AMOUNT", 'N', "AMOUNT", 0},
@@ -59,14 +47,14 @@ TEST_F(EngineTest, MdxTagBuildMatchesKeysAddedOneByOne) {
       ASSERT_EQ(KXDMTKADD(a, t, key, r), 0);
     }
   }
+  const uint32_t sortBytes = rv::mdx::g_tagSortBytes;
   // Built twice (small runs the second time, so the merge is used): the
   // first tree's blocks are freed and taken again by nothing else.
   for (int round = 0; round < 2; ++round) {
-    rv::mdx::g_tagSortBytes = round ? 20000 : 64u << 20;
+    rv::mdx::g_tagSortBytes = round ? 20000 : sortBytes;
     for (int16_t t = 1; t <= int16_t(std::size(tags)); ++t) ASSERT_EQ(KXDMTINDEX(table, b, t), 0) << t;
   }
-  rv::mdx::g_tagSortBytes = 64u << 20;
-  EXPECT_FALSE(fs::exists(dir.file("stacks.tmp")));
+  EXPECT_FALSE(std::filesystem::exists(dir.file("stacks.tmp")));
   ASSERT_EQ(KXDMCLOSE(b), 0);
   ASSERT_EQ(KXDMCLOSE(a), 0);
   const auto rb = mdxcheck::Check(built), ra = mdxcheck::Check(added);
@@ -77,6 +65,4 @@ TEST_F(EngineTest, MdxTagBuildMatchesKeysAddedOneByOne) {
     EXPECT_EQ(rb.tags[t].tree.keys.size(), 3000u) << tags[t].name;
     EXPECT_TRUE(rb.tags[t].tree.keys == ra.tags[t].tree.keys) << tags[t].name;
   }
-  ASSERT_EQ(KXDDCLOSE(table), 0);
-  fs::current_path(old);
 }

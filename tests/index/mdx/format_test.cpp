@@ -1,18 +1,11 @@
 // MDX files as bytes: the layout of a new file with one tag and with
 // several, the packed-decimal and date keys and the order they sort in.
-#include <cstring>
-#include <string>
-#include <vector>
-
+#include "ixtest.h"
 #include "mdxcheck.h"
-#include "testutil.h"
 
 using namespace testutil;
 
 namespace {
-
-
-
 
 struct TagDef { const char* name; uint16_t type; const char* expr; int16_t length; };
 
@@ -49,47 +42,36 @@ TEST_F(EngineTest, MdxNewFileLayout) {
     ASSERT_EQ(KXDMCLOSE(h), 0);
     const auto b = ReadBytes(path);
     const uint32_t n = uint32_t(c.multiplier), tags = uint32_t(c.tags.size());
-    // Each tag: its header block, then its empty root.
-    ASSERT_EQ(b.size(), (4 + 2 * n * tags) * 512);
-    EXPECT_EQ(b[0], 2);
+    // Each tag: its header block, then its empty root. {size, version, name,
+    // block pages, block bytes, production mark, 0x30, 0x20, tags, pages,
+    // free head, 1, the table's production mark}
+    EXPECT_EQ((std::vector<uint32_t>{uint32_t(b.size()), b[0], Le16(b, 20), Le16(b, 22), b[24], b[25], b[26],
+                                     Le16(b, 28), Le32(b, 32), Le32(b, 36), b[529], ReadBytes(table)[28]}),
+              (std::vector<uint32_t>{(4 + 2 * n * tags) * 512, 2, n, n * 512, uint32_t(c.production), 0x30, 0x20, tags,
+                                     4 + 2 * n * tags, 0, 1, uint32_t(c.production)}));
     EXPECT_GE(b[1], 126);  // years since 1900
     EXPECT_EQ(std::string(reinterpret_cast<const char*>(&b[4]), 7), std::string("PEOPLE\0", 7));
-    EXPECT_EQ(Le16(b, 20), n);
-    EXPECT_EQ(Le16(b, 22), n * 512);
-    EXPECT_EQ(b[24], c.production);
-    EXPECT_EQ(b[25], 0x30);
-    EXPECT_EQ(b[26], 0x20);
-    EXPECT_EQ(Le16(b, 28), tags);
-    EXPECT_EQ(Le32(b, 32), 4 + 2 * n * tags);
-    EXPECT_EQ(Le32(b, 36), 0u);
-    EXPECT_EQ(b[529], 1);
-    EXPECT_EQ(ReadBytes(table)[28], c.production);
     for (uint32_t i = 0; i < tags; ++i) {
       const TagDef& t = c.tags[i];
-      const size_t e = 544 + i * 32;
-      const uint32_t head = 4 + 2 * n * i;
-      EXPECT_EQ(Le32(b, e), head);
+      const size_t e = 544 + i * 32, head = 4 + 2 * n * i, th = head * 512;
       std::string upper(t.name);
       for (char& ch : upper) ch = char(std::toupper(ch));
       EXPECT_EQ(std::string(reinterpret_cast<const char*>(&b[e + 4])), upper);
-      EXPECT_EQ(b[e + 15], 0x10);
-      EXPECT_EQ((std::vector<uint8_t>{b[e + 16], b[e + 17], b[e + 18]}), c.tree[i]);
-      EXPECT_EQ(b[e + 19], 2);
       const char type = char(t.type & 0x7F);
-      EXPECT_EQ(b[e + 20], type);
-      const size_t th = size_t(head) * 512;
-      const unsigned keyLen = type == 'C' ? unsigned(t.length) : type == 'N' ? 12 : 8;
-      const unsigned item = (keyLen + 7) & ~3u;
-      EXPECT_EQ(Le32(b, th), head + n);  // the root right after the header
-      EXPECT_EQ(b[th + 8], 0x10 | ((t.type & 0x100) ? 0x08 : 0) | ((t.type & 0x80) ? 0x40 : 0));
-      EXPECT_EQ(b[th + 9], type);
-      EXPECT_EQ(Le16(b, th + 12), keyLen);
-      EXPECT_EQ(Le16(b, th + 14), (n * 512 - 12) / item);
-      EXPECT_EQ(Le16(b, th + 16), type == 'D' ? 1 : 0);
-      EXPECT_EQ(Le16(b, th + 18), item);
-      EXPECT_EQ(b[th + 23], (t.type & 0x80) ? 0x40 : 0);
+      const unsigned keyLen = type == 'C' ? unsigned(t.length) : type == 'N' ? 12 : 8, item = (keyLen + 7) & ~3u;
+      // The tag entry {header block, 0x10, left, right, parent, 2, type}; the
+      // tag header {root (right after it), flags, type, key length, keys a
+      // block, date flag, item length, unique}.
+      EXPECT_EQ((std::vector<uint32_t>{Le32(b, e), b[e + 15], b[e + 16], b[e + 17], b[e + 18], b[e + 19], b[e + 20]}),
+                (std::vector<uint32_t>{uint32_t(head), 0x10, c.tree[i][0], c.tree[i][1], c.tree[i][2], 2, uint32_t(type)}));
+      EXPECT_EQ((std::vector<uint32_t>{Le32(b, th), b[th + 8], b[th + 9], Le16(b, th + 12), Le16(b, th + 14),
+                                       Le16(b, th + 16), Le16(b, th + 18), b[th + 23]}),
+                (std::vector<uint32_t>{uint32_t(head + n), 0x10u | ((t.type & 0x100) ? 0x08 : 0) | ((t.type & 0x80) ? 0x40 : 0),
+                                       uint32_t(type), keyLen, (n * 512 - 12) / item, type == 'D', item,
+                                       (t.type & 0x80) ? 0x40u : 0}));
       EXPECT_STREQ(reinterpret_cast<const char*>(&b[th + 24]), t.expr);
-      for (size_t k = (head + n) * 512; k < (head + 2 * n) * 512; ++k) ASSERT_EQ(b[k], 0) << "root byte " << k;
+      EXPECT_TRUE(std::all_of(b.begin() + long((head + n) * 512), b.begin() + long((head + 2 * n) * 512),
+                              [](uint8_t x) { return x == 0; })) << "root of tag " << i;
     }
     const auto r = mdxcheck::Check(path);
     EXPECT_TRUE(r.ok) << r.error;

@@ -3,16 +3,8 @@
 // tag; the tags are walked and searched against an in-memory model and the
 // file checked. Half way, a tag is removed and another added while the
 // others hold keys.
-#include <algorithm>
-#include <cstdio>
-#include <cstring>
-#include <map>
-#include <random>
-#include <string>
-#include <vector>
-
+#include "ixtest.h"
 #include "mdxcheck.h"
-#include "testutil.h"
 
 using namespace testutil;
 
@@ -93,38 +85,32 @@ TEST_F(EngineTest, MdxThreeTagsAgainstAModel) {
         }
       }
     };
+    // Each tag's keys in order, as the checker and both walks read them, and
+    // a search for a live record's key.
     auto verify = [&] {
-      for (size_t t = 0; t < tags.size(); ++t) {
-        const auto want = Expected(tags[t], recs);
-        std::vector<uint32_t> got;
-        char key[128];
-        uint32_t rec = 0;
-        int16_t s = KXDMTKTOP(h, int16_t(t + 1), key, &rec);
-        for (; s == 0; s = KXDMTKNEXT(h, int16_t(t + 1), key, &rec)) {
-          ASSERT_EQ(std::memcmp(key, KeyOf(tags[t], recs[rec]).data(), (tags[t].type & 0x7F) == 'C' ? 1 : 8), 0);
-          got.push_back(rec);
-        }
-        ASSERT_EQ(s, want.empty() ? 2 : 3);
-        ASSERT_EQ(got, want) << "tag " << tags[t].name;
-        // Backwards from the bottom, and a search for a live record's key.
-        std::vector<uint32_t> back;
-        for (s = KXDMTKBOT(h, int16_t(t + 1), key, &rec); s == 0; s = KXDMTKPREV(h, int16_t(t + 1), key, &rec))
-          back.push_back(rec);
-        std::reverse(back.begin(), back.end());
-        ASSERT_EQ(back, want);
-        if (!want.empty()) {
-          const uint32_t pick = want[rng() % want.size()];
-          std::string k = KeyOf(tags[t], recs[pick]);
-          k.resize(128);
-          rec = pick;
-          ASSERT_EQ(KXDMTKFIND(h, int16_t(t + 1), k.data(), &rec, 2), 0);
-          ASSERT_EQ(rec, pick);
-        }
-      }
       const auto r = mdxcheck::Check(path);
       ASSERT_TRUE(r.ok) << r.error;
       ASSERT_EQ(r.tags.size(), tags.size());
-      for (const auto& t : r.tags) deepest = std::max(deepest, t.tree.depth);
+      for (size_t t = 0; t < tags.size(); ++t) {
+        SCOPED_TRACE(tags[t].name);
+        const ixtest::Ops ops = ixtest::MdxTagOps(int16_t(t + 1));
+        const size_t length = tags[t].length ? size_t(tags[t].length) : (tags[t].type & 0x7F) == 'N' ? 12 : 8;
+        ixtest::Keys want;
+        for (uint32_t rec : Expected(tags[t], recs)) want.emplace_back(KeyOf(tags[t], recs[rec]), rec);
+        for (auto& [k, rec] : want) k.resize(length, ' ');
+        ASSERT_EQ(r.tags[t].tree.keys, want);
+        deepest = std::max(deepest, r.tags[t].tree.depth);
+        ASSERT_EQ(ixtest::Walk(ops, h, length), want);
+        ASSERT_EQ(ixtest::Walk(ops, h, length, true), want);
+        if (!want.empty()) {
+          const auto& [k, pick] = want[rng() % want.size()];
+          char key[128] = {};
+          std::memcpy(key, k.data(), k.size());
+          uint32_t rec = pick;
+          ASSERT_EQ(ops.find(h, key, &rec, 2), 0);
+          ASSERT_EQ(rec, pick);
+        }
+      }
     };
     for (int step = 0; step < c.steps; ++step) {
       const uint32_t live = uint32_t(std::count_if(recs.begin(), recs.end(), [](const Rec& r) { return r.live; }));

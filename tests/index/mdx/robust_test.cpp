@@ -1,12 +1,7 @@
 // Damaged MDX files: each damaged header field gives its status at open;
 // damaged nodes give statuses, never a crash, a read outside the file or a
 // walk without end.
-#include <cstring>
-#include <random>
-#include <string>
-#include <vector>
-
-#include "testutil.h"
+#include "ixtest.h"
 
 using namespace testutil;
 
@@ -34,6 +29,8 @@ void MakeFile(const std::string& path, int keys) {
   ASSERT_EQ(KXDMCLOSE(h), 0);
 }
 
+using ixtest::MdxTagOps;
+
 }  // namespace
 
 TEST_F(EngineTest, MdxDamagedHeadersGiveTheirStatus) {
@@ -42,26 +39,17 @@ TEST_F(EngineTest, MdxDamagedHeadersGiveTheirStatus) {
   const auto bytes = ReadBytes(good);
   const uint32_t tag1 = Le32(bytes, 544);
   const size_t th = size_t(tag1) * 512;
-  struct Case { size_t at; std::vector<uint8_t> put; int16_t status; size_t cut; } cases[] = {
-      {0, {3}, -19, 0},            {0, {}, -19, 1000},          {20, {0, 0}, -49, 0},
-      {20, {40, 0}, -49, 0},       {22, {0, 2}, -51, 0},        {25, {'1'}, -52, 0},
-      {26, {0}, -53, 0},           {28, {48, 0}, -50, 0},       {32, {2, 0, 0, 0}, -25, 0},
-      {36, {0xFF, 0xFF, 0, 0}, -25, 0}, {544, {2, 0, 0, 0}, -54, 0}, {544, {0xFF, 0xFF, 0xFF, 0}, -54, 0},
-      {564, {'X'}, -55, 0},        {th + 9, {'L'}, -22, 0},     {th + 12, {0, 1}, -23, 0},
-      {th + 18, {40, 0}, -24, 0},  {th + 14, {1, 0}, -26, 0},   {th + 14, {0xFF, 0}, -26, 0},
-      {th + 8, {0x81}, -55, 0},    {th + 0, {0xFF, 0xFF, 0, 0}, -25, 0},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(std::to_string(c.at) + " -> " + std::to_string(c.status));
-    auto b = bytes;
-    if (c.cut) b.resize(c.cut);
-    std::copy(c.put.begin(), c.put.end(), b.begin() + long(c.at));
-    WriteBytes(bad, b);
-    int16_t h = 0;
-    EXPECT_EQ(KXDMOPENX(&h, bad.c_str(), 0), c.status);
-    EXPECT_EQ(h, -1);
-    KXESCODE(0);
-  }
+  ixtest::ExpectOpenStatuses(MdxTagOps(1), bad, bytes, {
+      {0, {3}, -19},                {20, {0, 0}, -49},           {20, {40, 0}, -49},
+      {22, {0, 2}, -51},            {25, {'1'}, -52},            {26, {0}, -53},
+      {28, {48, 0}, -50},           {32, {2, 0, 0, 0}, -25},     {36, {0xFF, 0xFF, 0, 0}, -25},
+      {544, {2, 0, 0, 0}, -54},     {544, {0xFF, 0xFF, 0xFF, 0}, -54}, {564, {'X'}, -55},
+      {th + 9, {'L'}, -22},         {th + 12, {0, 1}, -23},      {th + 18, {40, 0}, -24},
+      {th + 14, {1, 0}, -26},       {th + 14, {0xFF, 0}, -26},   {th + 8, {0x81}, -55},
+      {th + 0, {0xFF, 0xFF, 0, 0}, -25}});
+  WriteBytes(bad, {bytes.begin(), bytes.begin() + 1000});
+  int16_t h = 0;
+  EXPECT_STATUS(KXDMOPENX(&h, bad.c_str(), 0), -19);
   // A header whose page count and tag entry name a block past the file's
   // end, a memory page beyond it but close enough that a view of the file
   // may reach there: the short read's status, never a fault.
@@ -70,7 +58,6 @@ TEST_F(EngineTest, MdxDamagedHeadersGiveTheirStatus) {
   auto far = bytes;
   for (int i = 0; i < 4; ++i) far[32 + size_t(i)] = uint8_t((past + 16) >> (8 * i)), far[544 + size_t(i)] = uint8_t(past >> (8 * i));
   WriteBytes(bad, far);
-  int16_t h = 0;
   EXPECT_EQ(KXDMOPENX(&h, bad.c_str(), 0), KX_ERR_READ);
   KXESCODE(0);
   // The same damage found by a call on a file opened before it.
@@ -112,22 +99,10 @@ TEST_F(EngineTest, MdxDamagedNodes) {
       continue;
     }
     for (int16_t t = 1; t <= 3; ++t) {
-      char key[128];
-      uint32_t rec = 0;
-      int steps = 0;
-      int16_t s = KXDMTKTOP(h, t, key, &rec);
-      while (s == 0 && ++steps < 20000) s = KXDMTKNEXT(h, t, key, &rec);
-      EXPECT_LT(steps, 20000) << "round " << round << " tag " << t;
-      failures += s < 0;
-      KXESCODE(0);
-      std::memcpy(key, "K05000\0\0\0\0\0\0", 12);
-      rec = 0;
-      failures += KXDMTKFIND(h, t, key, &rec, 0) < 0;
-      KXESCODE(0);
-      failures += KXDMTKADD(h, t, key, 5000) < 0;
-      KXESCODE(0);
-      failures += KXDMTKDEL(h, t, key, 17) < 0;
-      KXESCODE(0);
+      SCOPED_TRACE("round " + std::to_string(round) + " tag " + std::to_string(t));
+      const ixtest::Poked p = ixtest::Poke(MdxTagOps(t), h, bad, "K05000", 2, 0, 20000);
+      EXPECT_TRUE(p.walk != ixtest::kCutOff && p.back != ixtest::kCutOff);
+      for (int16_t s : p.all()) failures += s < 0;
     }
     KXDMCLOSE(h);
     KXESCODE(0);

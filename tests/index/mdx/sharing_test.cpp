@@ -1,11 +1,8 @@
 // Two handles on one MDX file: each call sees what the other wrote before
 // it (keys added around the current key, its node split, a tag removed and
 // another added), and the free list one handle fills the other takes from.
-#include <cstring>
-#include <string>
-
+#include "ixtest.h"
 #include "mdxcheck.h"
-#include "testutil.h"
 
 using namespace testutil;
 

@@ -1,14 +1,12 @@
 // NDX bytes and statuses: fresh files, the first split, the open's header
 // checks, the information exports, key comparison and date keys, closing by
 // the library and reopening after a quick close.
-#include <cstring>
-#include <string>
-#include <vector>
-
+#include "ixtest.h"
 #include "ndxcheck.h"
-#include "testutil.h"
 
 using namespace testutil;
+using ixtest::Put16;
+using ixtest::Put32;
 
 namespace {
 
@@ -16,7 +14,7 @@ namespace {
 std::vector<uint8_t> Fresh(unsigned keyLen, unsigned type, const char* expr, uint8_t unique) {
   std::vector<uint8_t> b(1024);
   const unsigned group = ((keyLen + 3) & ~3u) + 8;
-  auto put = [&](size_t off, unsigned v) { b[off] = uint8_t(v), b[off + 1] = uint8_t(v >> 8); };
+  auto put = [&](size_t off, unsigned v) { Put16(b, off, v); };
   put(0, 1), put(4, 2), put(12, keyLen), put(14, 504 / group), put(16, type), put(18, group);
   b[23] = unique;
   std::memcpy(&b[24], expr, std::strlen(expr));
@@ -33,12 +31,6 @@ std::vector<std::string> BlockKeys(const std::vector<uint8_t>& b, uint32_t blk) 
     keys.emplace_back(reinterpret_cast<const char*>(&b[at + 4 + i * 20 + 8]), 10);
   return keys;
 }
-
-void Put16(std::vector<uint8_t>& b, size_t off, unsigned v) { b[off] = uint8_t(v), b[off + 1] = uint8_t(v >> 8); }
-void Put32(std::vector<uint8_t>& b, size_t off, uint32_t v) { Put16(b, off, v & 0xFFFF), Put16(b, off + 2, v >> 16); }
-
-// A call's status, which is also left pending for KXECODE; then cleared.
-#define EXPECT_STATUS(call, status) do { EXPECT_EQ(call, status); EXPECT_EQ(KXECODE(), status); KXESCODE(0); } while (0)
 
 class NdxFormat : public EngineTest {
  protected:
@@ -99,24 +91,12 @@ TEST_F(NdxFormat, FreshFilesAndTheFirstSplit) {
 TEST_F(NdxFormat, OpenChecksTheHeader) {
   const std::string good = Make("g.ndx", 'C', "NAME", 10);
   const auto fresh = ReadBytes(good);
-  struct Case { size_t at; int bytes; uint32_t value; int16_t want; } cases[] = {
-      {12, 2, 0, KX_ERR_EXPRLEN},      {12, 2, 101, KX_ERR_EXPRLEN},   // key length
-      {18, 2, 19, KX_ERR_ITEMSIZE},    {18, 2, 24, KX_ERR_ITEMSIZE},   // group length
-      {0, 4, 0, KX_ERR_ROOT},          {4, 4, 0, KX_ERR_ROOT},         // root 0, next below the root
-      {14, 2, 26, KX_ERR_HEADERFIELD}, {14, 2, 1, KX_ERR_HEADERFIELD}, // keys per block
-      {16, 2, 2, KX_ERR_KEYTYPE}};
-  for (const Case& c : cases) {
-    auto b = fresh;
-    (c.bytes == 2 ? Put16 : Put32)(b, c.at, c.value);
-    WriteBytes(path, b);
-    h = 5;
-    EXPECT_STATUS(KXDNOPENX(&h, path.c_str(), 0), c.want);
-    EXPECT_EQ(h, -1) << c.at;
-  }
-  auto b = fresh;
-  std::memset(&b[24], 'A', 221);  // an expression of 221 characters
-  WriteBytes(path, b);
-  EXPECT_STATUS(KXDNOPENX(&h, path.c_str(), 0), KX_ERR_EXPR);
+  ixtest::ExpectOpenStatuses(IX_OPS(N), path, fresh, {
+      {12, {0, 0}, KX_ERR_EXPRLEN}, {12, {101, 0}, KX_ERR_EXPRLEN},                  // key length
+      {18, {19, 0}, KX_ERR_ITEMSIZE}, {18, {24, 0}, KX_ERR_ITEMSIZE},                // group length
+      {0, {0, 0, 0, 0}, KX_ERR_ROOT}, {4, {0, 0, 0, 0}, KX_ERR_ROOT},                // root 0, next below the root
+      {14, {26, 0}, KX_ERR_HEADERFIELD}, {14, {1, 0}, KX_ERR_HEADERFIELD},           // keys per block
+      {16, {2, 0}, KX_ERR_KEYTYPE}, {24, std::vector<uint8_t>(221, 'A'), KX_ERR_EXPR}});  // 221 characters
   WriteBytes(path, std::vector<uint8_t>(fresh.begin(), fresh.begin() + 100));
   EXPECT_STATUS(KXDNOPENX(&h, path.c_str(), 0), KX_ERR_READ);
   EXPECT_STATUS(KXDNOPENX(&h, dir.file("none.ndx").c_str(), 0), KX_ERR_OPEN);
@@ -130,7 +110,7 @@ TEST_F(NdxFormat, OpenChecksTheHeader) {
 
   // A file longer than next block * 512 opens with 7 and works; so does a
   // key of 5 bytes in groups of 14 (other writers round to even lengths).
-  b = fresh;
+  auto b = fresh;
   b.resize(1124);
   WriteBytes(path, b);
   ASSERT_EQ(KXDNOPENX(&h, path.c_str(), 0x400), KX_SIZEWARN);

@@ -1,17 +1,9 @@
 // Bulk-built NDX indexes: full nodes laid out bottom-up, the same keys and
 // order as adding one by one (character, numeric, date and mixed
-// expressions, both sort orders), runs merged from the work file, Perl's
-// reader, and the work file, the build file and the table lock on every exit.
-#include <algorithm>
-#include <cstdio>
-#include <cstring>
-#include <filesystem>
-#include <random>
-#include <string>
-#include <vector>
-
+// expressions, both sort orders), runs merged from the work file, and the
+// work file, the build file and the table lock on every exit.
+#include "ixtest.h"
 #include "ndxcheck.h"
-#include "testutil.h"
 
 namespace rv::ndx { extern uint32_t g_indexSortBytes; }
 
@@ -22,67 +14,20 @@ namespace {
 
 using Keys = std::vector<std::pair<std::string, uint32_t>>;
 
-class NdxBulk : public EngineTest {
+class NdxBulk : public ixtest::BulkTest {
  protected:
-  void SetUp() override {
-    EngineTest::SetUp();
-    old_cwd = fs::current_path();
-    fs::current_path(dir.path());  // "stacks.tmp" is made here
-    KXDBFFIELD fields[] = {DbfField("NAME", 'C', 10, 0), DbfField("AMOUNT", 'N', 8, 2), DbfField("BORN", 'D', 8, 0)};
-    ASSERT_EQ(KXDDCREATE(table_path.c_str(), 3, fields, 3), 0);
-    ASSERT_EQ(KXDDOPENX(&table, table_path.c_str(), 0x403), 0);
-  }
-  void TearDown() override {
-    rv::ndx::g_indexSortBytes = saved_sort;
-    fs::current_path(old_cwd);
-    EngineTest::TearDown();
-  }
-  void Add(const std::string& name, double amount, const char* born) {
-    uint32_t rec = 0;
-    ASSERT_EQ(KXDDFNPUTS(table, "NAME", name.c_str()), 0);
-    ASSERT_EQ(KXDDFNPUT(table, "AMOUNT", &amount), 0);
-    ASSERT_EQ(KXDDFNPUT(table, "BORN", born), 0);
-    ASSERT_EQ(KXDDRPUT(table, &rec, 0), 0);
-  }
+  NdxBulk() : BulkTest(&rv::ndx::g_indexSortBytes) {}
   // A build's status; a failure is cleared for the next call.
   int16_t Index(const std::string& file, uint16_t type, std::string expr, int16_t length = 10) {
     const int16_t s = KXDNINDEX(table, dir.file(file).c_str(), uint16_t(type), expr.data(), length);
     if (s < 0) KXESCODE(0);
     return s;
   }
-  // The same keys made and added one by one.
-  void OneByOne(const std::string& file, uint16_t type, std::string expr, int16_t length) {
-    fs::remove(dir.file(file));
-    int16_t h = -1;
-    ASSERT_EQ(KXDNCREATE(dir.file(file).c_str(), uint16_t(type), expr.data(), length), 0);
-    ASSERT_EQ(KXDNOPENX(&h, dir.file(file).c_str(), 0), 0);
-    uint32_t count = 0;
-    ASSERT_EQ(KXDDSIZE(table, &count), 0);
-    for (uint32_t r = 1; r <= count; ++r) {
-      char* key = nullptr;
-      ASSERT_EQ(KXDDRGET(table, int32_t(r)), 0);
-      ASSERT_EQ(KXDNKMAKE(table, h, &key), 0);
-      ASSERT_EQ(KXDNKADD(h, key, r), 0);
-    }
-    ASSERT_EQ(KXDNCLOSE(h), 0);
-  }
   Keys Tree(const std::string& file, bool exact = true) {
     ndxcheck::Result r = ndxcheck::Check(dir.file(file), exact);
     EXPECT_TRUE(r.ok) << file << ": " << r.error;
     return r.keys;
   }
-  // Random names of `width` letters from a small alphabet, so keys repeat.
-  static std::vector<std::string> Names(size_t n, int width, unsigned seed) {
-    std::minstd_rand rng(seed);
-    std::vector<std::string> names(n);
-    for (auto& s : names)
-      for (int j = 0; j < width; ++j) s += char('A' + rng() % 3);
-    return names;
-  }
-  fs::path old_cwd;
-  std::string table_path = dir.file("t.dbf");
-  int16_t table = -1;
-  uint32_t saved_sort = rv::ndx::g_indexSortBytes;
 };
 
 // The node counts per level of a file, leaves first, each level in key order.
@@ -166,7 +111,10 @@ TEST_F(NdxBulk, SameKeysAndOrderAsAddingOneByOne) {
     char name[16] = {};
     EXPECT_EQ(KXDDRNUM(table, &pos) + KXDDFNGETS(table, "NAME", name), 0);
     EXPECT_EQ(std::to_string(pos) + name, "3" + names[2] + "\xE9     ");
-    OneByOne("one.ndx", c.type, c.expr, c.length);
+    OneByOne(IX_OPS(N), "one.ndx", [&](const char* path) {
+      std::string expr = c.expr;
+      return KXDNCREATE(path, c.type, expr.data(), c.length);
+    }, KXDNKMAKE);
     Keys bulk = Tree("bulk.ndx", !c.collated), one = Tree("one.ndx", false);
     if (c.type & 0x80) {
       // One by one, a unique index puts each repeated key in front.
@@ -182,89 +130,9 @@ TEST_F(NdxBulk, SameKeysAndOrderAsAddingOneByOne) {
   }
 }
 
-#if !defined(_WIN32)
-// Perl's reader finds every key in order in bulk-built trees of one to four
-// levels, character, numeric and date keys, unique and not.
-TEST_F(NdxBulk, PerlReadsWhatTheBuildWrites) {
-  if (std::system("perl -MXBase::Index -e 1 2>/dev/null") != 0) GTEST_SKIP() << "no Perl XBase";
-  const std::vector<std::string> names = Names(17000, 8, 3);
-  const std::string script = std::string(TEST_DATA_DIR) + "/../index/ndx/peer_walk.pl";
-  struct { size_t records; const char* expr; uint16_t type; int16_t length; int depth; } cases[] = {
-      {600, "NAME", 'C', 8, 2},        {17000, "NAME", 'C', 8, 3}, {17000, "NAME", 'C' | 0x80, 30, 4},
-      {17000, "AMOUNT", 'N', 0, 3},    {17000, "BORN", 'D', 0, 3}};
-  size_t done = 0;
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.expr);
-    for (; done < c.records; ++done) {
-      char born[16];
-      std::snprintf(born, sizeof born, "19%02zu%02zu%02zu", 10 + done % 90, 1 + done % 12, 1 + done % 28);
-      Add(names[done], double(int(done % 1000) - 500) / 4, born);
-    }
-    ASSERT_EQ(Index("p.ndx", c.type, c.expr, c.length), 0);
-    const auto r = ndxcheck::Check(dir.file("p.ndx"), true);
-    ASSERT_TRUE(r.ok) << r.error;
-    EXPECT_EQ(r.depth, c.depth);
-    EXPECT_EQ(r.keys.size(), c.records);
-    ASSERT_EQ(std::system(("perl '" + script + "' p.ndx > dump.txt").c_str()), 0);
-    const bool numeric = c.type == 'N' || c.type == 'D';
-    std::string want;
-    char num[64];
-    for (const auto& [k, rec] : r.keys) {
-      if (numeric) std::snprintf(num, sizeof num, "%.15g", ndxcheck::Number(k));
-      want += (numeric ? std::string(num) : k) + "\t" + std::to_string(rec) + "\n";
-    }
-    EXPECT_EQ(ReadText(dir.file("dump.txt")), want);
-  }
-  // One level: a single leaf.
-  std::string e = "NAME";
-  ASSERT_EQ(KXDNCREATE(dir.file("one.ndx").c_str(), 'C', e.data(), 8), 0);
-  ASSERT_EQ(std::system(("perl '" + script + "' one.ndx > dump.txt").c_str()), 0);
-  EXPECT_EQ(ReadText(dir.file("dump.txt")), "");
-}
-#endif
-
 TEST_F(NdxBulk, WorkFileBuildFileAndLockOnEveryExit) {
-  for (int i = 0; i < 200; ++i) Add(std::to_string(i), i, "19900101");
-  const std::string tmp = dir.file("stacks.tmp");
-  int16_t other = -1;
-  uint16_t flag = 1;
-  auto lockedBy = [&] {  // 0 when a second handle gets the table lock
-    EXPECT_EQ(KXDDOPENX(&other, table_path.c_str(), 0x403), 0);
-    EXPECT_EQ(KXDDLOCK(other, 2, &flag), 0);
-    EXPECT_EQ(KXDDCLOSE(other), 0);
-    return flag;
-  };
-  struct { const char* file; char type; const char* expr; int16_t want; } cases[] = {
-      {"ok.ndx", 'C', "NAME", 0}, {"bad.ndx", 'C', "AMOUNT+NAME", KX_ERR_EXPR},  // fails on record 1
-      {"ok.ndx", 'N', "AMOUNT+NAME", KX_ERR_EXPR},  // the index built before stays as it was
-      {"no/such/dir/x.ndx", 'C', "NAME", KX_ERR_OPEN}, {"t.ndx", 'X', "NAME", KX_ERR_KEYTYPE}};
-  std::vector<uint8_t> ok;
-  for (const auto& c : cases) {
-    EXPECT_EQ(Index(c.file, c.type, c.expr), c.want) << c.file;
-    if (c.want == 0) ok = ReadBytes(dir.file(c.file));
-    EXPECT_EQ(ReadBytes(dir.file("ok.ndx")), ok) << c.file;
-    if (c.want < 0 && c.file != std::string("ok.ndx")) {
-      EXPECT_FALSE(fs::exists(dir.file(c.file))) << c.file;
-    }
-    EXPECT_FALSE(fs::exists(tmp) || fs::exists(dir.file("0.NDX"))) << c.file;
-    EXPECT_EQ(lockedBy(), 0) << c.file << ": the build left the table locked";
-  }
-  // A table another handle has locked, a bad table handle, null arguments.
-  ASSERT_EQ(KXDDOPENX(&other, table_path.c_str(), 0x403), 0);
-  ASSERT_EQ(KXDDLOCK(other, 2, &flag), 0);
-  ASSERT_EQ(flag, 0);
-  EXPECT_EQ(Index("t3.ndx", 'C', "NAME"), KX_ERR_LOCK);
-  EXPECT_FALSE(fs::exists(dir.file("t3.ndx")));
-  ASSERT_EQ(KXDDCLOSE(other), 0);
-  char name[] = "NAME";
-  EXPECT_EQ(KXDNINDEX(int16_t(table + 40), dir.file("t4.ndx").c_str(), 'C', name, 10), KX_ERR_HANDLE);
-  KXESCODE(0);
-  EXPECT_EQ(KXDNINDEX(table, nullptr, 'C', name, 10), KX_ERR_NULL);
-  KXESCODE(0);
-  // A lock the host holds itself stays held after the build.
-  ASSERT_EQ(KXDDLOCK(table, 2, &flag), 0);
-  ASSERT_EQ(Index("held.ndx", 'C', "NAME"), 0);
-  EXPECT_EQ(lockedBy(), 100);
-  ASSERT_EQ(KXDDUNLOCK(table, 2, &flag), 0);
+  EveryExit(".ndx", [](int16_t t, const char* file, char type, char* expr) {
+    return KXDNINDEX(t, file, uint16_t(type), expr, 10);
+  });
   EXPECT_EQ(Tree("held.ndx").size(), 200u);
 }

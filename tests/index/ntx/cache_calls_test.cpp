@@ -1,10 +1,8 @@
 // Pages and positions kept from one call to the next: whatever another
-// process or another handle changes in between is seen by the next call.
-#include <cstring>
-#include <string>
-#include <vector>
-
-#include "testutil.h"
+// process or another handle changes in between is seen by the next call;
+// the cache grows with the index.
+#include "ixtest.h"
+#include "ntxcheck.h"
 
 using namespace testutil;
 
@@ -18,15 +16,7 @@ class KeptPages : public EngineTest {
     ASSERT_EQ(KXDCCREATE(path.c_str(), 'C', expr, 10, 0), 0);
     ASSERT_EQ(KXDCOPENX(&h, path.c_str(), 0x400), 0);
   }
-  // The other process adds or deletes one key; its exit code (4 not found).
-  int Worker(const char* op, const std::string& key, uint32_t record) {
-    return RunProgram(NTXWORKER_PATH, std::string(op) + " \"" + path + "\" " + key + " " + std::to_string(record));
-  }
-  static std::string Key(int i) {
-    char k[24];
-    std::snprintf(k, sizeof k, "K%05d    ", i);
-    return k;
-  }
+  static std::string Key(int i) { return ixtest::Key10(i); }
   std::string path = dir.file("k.ntx");
   int16_t h = -1;
   char key[16] = {};
@@ -35,33 +25,7 @@ class KeptPages : public EngineTest {
 
 }  // namespace
 
-TEST_F(KeptPages, AnotherProcessChangesTheIndexBetweenTwoCalls) {
-  // Enough keys for three levels (M = 50 at key length 10).
-  for (int i = 0; i < 3000; ++i) ASSERT_EQ(KXDCKADD(h, Key(i * 10).c_str(), uint32_t(i + 1)), 0);
-  ASSERT_EQ(KXDCKTOP(h, key, &rec), 0);
-  ASSERT_EQ(Worker("add", "K00005", 9001), 0);  // put in right after the current key
-  ASSERT_EQ(KXDCKNEXT(h, key, &rec), 0);
-  EXPECT_EQ(std::string(key) + std::to_string(rec), Key(5) + "9001");
-  ASSERT_EQ(Worker("del", "K00010", 2), 0);  // the key after it taken away
-  ASSERT_EQ(KXDCKNEXT(h, key, &rec), 0);
-  EXPECT_EQ(std::string(key), Key(20));
-  ASSERT_EQ(KXDCKPREV(h, key, &rec), 0);  // back, past the key put in
-  EXPECT_EQ(std::string(key), Key(5));
-  // A find in a cached leaf sees a key added there since; the current key
-  // deleted by the other process is gone for KXDCKCUR.
-  std::strcpy(key, "K01000");
-  ASSERT_EQ(KXDCKFIND(h, key, &rec, 1), 0);
-  ASSERT_EQ(Worker("add", "K01001", 9002), 0);
-  std::strcpy(key, "K01001");
-  EXPECT_EQ(KXDCKFIND(h, key, &rec, 1), 0);
-  EXPECT_EQ(rec, 9002u);
-  ASSERT_EQ(Worker("del", "K01001", 9002), 0);
-  EXPECT_EQ(KXDCKCUR(h, key, &rec), KX_NOTFOUND);
-  EXPECT_EQ(std::string(key), Key(1000));
-  // What this handle writes (pages, counter, root) the other process finds.
-  ASSERT_EQ(KXDCKADD(h, Key(15).c_str(), 9003), 0);
-  EXPECT_EQ(Worker("del", "K00015", 9003), 0);
-}
+TEST_F(KeptPages, AnotherProcessChangesTheIndexBetweenTwoCalls) { ixtest::SeesAnotherProcess(IX_OPS(C), h, path, 1); }
 
 TEST_F(KeptPages, OtherHandlesAndReadOnlyHandles) {
   int16_t reader = -1;
@@ -84,4 +48,55 @@ TEST_F(KeptPages, OtherHandlesAndReadOnlyHandles) {
   ASSERT_EQ(KXDCHGET(reader), 0);
   ASSERT_EQ(KXDCKBOT(reader, key, &rec), 0);
   EXPECT_EQ(std::string(key), Key(3989));
+}
+
+// Two handles, each with more pages cached than an open starts with, take
+// turns adding and deleting keys: every call sees the other handle's
+// changes, and the file holds a sound tree.
+TEST_F(KeptPages, TwoHandlesWithGrownCachesSeeEachOthersChanges) {
+  // Scattered over the key space, so that adds land in every leaf; distinct
+  // for i below the prime 100,003.
+  auto k = [](uint32_t i) {
+    char t[16];
+    std::snprintf(t, sizeof t, "%08u  ", (i * 7919u) % 100003u);
+    return std::string(t);
+  };
+  int16_t b = -1;
+  ASSERT_EQ(KXDCOPENX(&b, path.c_str(), 0x400), 0);
+  std::map<std::string, uint32_t> model;
+  // 50 keys a page at most: 12,000 keys fill several hundred pages, far
+  // more than the 64 buffers of an open handle.
+  const uint32_t n = 12000;
+  for (uint32_t i = 0; i < n; ++i) {
+    const int16_t one = (i / 7) % 2 ? h : b, other = one == h ? b : h;
+    ASSERT_EQ(KXDCKADD(one, k(i).c_str(), i + 1), 0) << i;
+    model[k(i)] = i + 1;
+    for (uint32_t j : {i / 2, i}) {  // the other handle finds an older key and the one just added
+      if (i % 97) break;
+      std::strcpy(key, k(j).c_str());
+      ASSERT_EQ(KXDCKFIND(other, key, &rec, 1), 0) << j;
+      EXPECT_EQ(rec, j + 1);
+    }
+  }
+  // Deletes through one handle, finds through the other: a deleted key is
+  // not found, the key of the next record is.
+  for (uint32_t i = 0; i < n; i += 3) {
+    const int16_t one = i % 2 ? h : b, other = one == h ? b : h;
+    ASSERT_EQ(KXDCKDEL(one, k(i).c_str(), i + 1), 0) << i;
+    model.erase(k(i));
+    std::strcpy(key, k(i).c_str());
+    KXDCKFIND(other, key, &rec, 1);  // a key below every key finds the first key, status 0
+    ASSERT_NE(std::string(key), k(i)) << i;
+    std::strcpy(key, k(i + 1).c_str());
+    ASSERT_EQ(KXDCKFIND(other, key, &rec, 1), 0) << i + 1;
+    EXPECT_EQ(rec, i + 2);
+  }
+  // Both handles walk the same keys in order, and so does the checker.
+  const ixtest::Keys want(model.begin(), model.end());
+  EXPECT_EQ(ixtest::Walk(IX_OPS(C), h, 10), want);
+  EXPECT_EQ(ixtest::Walk(IX_OPS(C), b, 10), want);
+  EXPECT_EQ(KXDCCLOSE(b) + KXDCCLOSE(h), 0);
+  const ntxcheck::Result r = ntxcheck::Check(path);
+  EXPECT_TRUE(r.ok) << r.error;
+  EXPECT_EQ(r.keys, want);
 }

@@ -1,16 +1,8 @@
 // Bulk-built NTX indexes: the page layout, keys and order against one-by-one
 // insertion, numeric key texts, the temporary file and the table lock on
 // every exit, and peer readers.
-#include <algorithm>
-#include <cstring>
-#include <filesystem>
-#include <map>
-#include <random>
-#include <string>
-#include <vector>
-
+#include "ixtest.h"
 #include "ntxcheck.h"
-#include "testutil.h"
 
 namespace rv::ntx { extern uint32_t g_indexSortBytes; }
 
@@ -67,50 +59,20 @@ std::map<uint32_t, std::vector<uint8_t>> ExpectedLayout(const Keys& sorted, int 
   return out;
 }
 
-class BulkIndex : public EngineTest {
+class BulkIndex : public ixtest::BulkTest {
  protected:
-  void SetUp() override {
-    EngineTest::SetUp();
-    old_cwd = fs::current_path();
-    fs::current_path(dir.path());  // "stacks.tmp" is made here
-    KXDBFFIELD fields[] = {DbfField("NAME", 'C', 10, 0), DbfField("AMOUNT", 'N', 8, 2), DbfField("BORN", 'D', 8, 0)};
-    ASSERT_EQ(KXDDCREATE(table_path.c_str(), 3, fields, 3), 0);
-    ASSERT_EQ(KXDDOPENX(&table, table_path.c_str(), 0x403), 0);
-  }
-  void TearDown() override {
-    rv::ntx::g_indexSortBytes = saved_sort;
-    fs::current_path(old_cwd);
-    EngineTest::TearDown();
-  }
-  void Add(const std::string& name, double amount, const char* born) {
-    uint32_t rec = 0;
-    ASSERT_EQ(KXDDFNPUTS(table, "NAME", name.c_str()), 0);
-    ASSERT_EQ(KXDDFNPUT(table, "AMOUNT", &amount), 0);
-    ASSERT_EQ(KXDDFNPUT(table, "BORN", born), 0);
-    ASSERT_EQ(KXDDRPUT(table, &rec, 0), 0);
-  }
+  BulkIndex() : BulkTest(&rv::ntx::g_indexSortBytes) {}
   // A build's status; a failure is cleared for the next call.
-  static int16_t Build(int16_t t, const char* path, char type, char* expr, int16_t length, int16_t dec) {
-    const int16_t s = KXDCINDEX(t, path, uint16_t(type), expr, length, dec);
+  int16_t Index(const std::string& file, char type, std::string expr, int16_t length = 10, int16_t dec = 0) {
+    const int16_t s = KXDCINDEX(table, dir.file(file).c_str(), uint16_t(type), expr.data(), length, dec);
     if (s < 0) KXESCODE(0);
     return s;
-  }
-  int16_t Index(const std::string& file, char type, std::string expr, int16_t length = 10, int16_t dec = 0) {
-    return Build(table, dir.file(file).c_str(), type, expr.data(), length, dec);
   }
   // Every key in order, read by the tree checker (a level's last page may be short).
   Keys Tree(const std::string& file) {
     ntxcheck::Result r = ntxcheck::Check(dir.file(file), {false});
     EXPECT_TRUE(r.ok) << file << ": " << r.error;
     return r.keys;
-  }
-  // Random names of `width` letters from a small alphabet, so keys repeat.
-  static std::vector<std::string> Names(size_t n, int width, unsigned seed) {
-    std::minstd_rand rng(seed);
-    std::vector<std::string> names(n);
-    for (auto& s : names)
-      for (int j = 0; j < width; ++j) s += char('A' + rng() % 3);
-    return names;
   }
   // Keys with record numbers 1.., sorted: equal keys by record number.
   static Keys Sorted(const std::vector<std::string>& keys) {
@@ -119,10 +81,6 @@ class BulkIndex : public EngineTest {
     std::sort(k.begin(), k.end());
     return k;
   }
-  fs::path old_cwd;
-  std::string table_path = dir.file("t.dbf");
-  int16_t table = -1;
-  uint32_t saved_sort = rv::ntx::g_indexSortBytes;
 };
 
 }  // namespace
@@ -190,19 +148,10 @@ TEST_F(BulkIndex, SameKeysAndOrderAsAddingOneByOne) {
     char name[16] = {};
     EXPECT_EQ(KXDDRNUM(table, &pos) + KXDDFNGETS(table, "NAME", name), 0);
     EXPECT_EQ(std::to_string(pos) + name, "3" + names[2] + "      ");
-    // The same keys made and added one by one.
-    std::string expr = c.expr, one_path = dir.file("one.ntx");
-    fs::remove(one_path);
-    int16_t one = -1;
-    ASSERT_EQ(KXDCCREATE(one_path.c_str(), uint16_t(c.type), expr.data(), c.length, 0), 0);
-    ASSERT_EQ(KXDCOPENX(&one, one_path.c_str(), 0), 0);
-    for (uint32_t r = 1; r <= names.size(); ++r) {
-      char* key = nullptr;
-      ASSERT_EQ(KXDDRGET(table, int32_t(r)), 0);
-      ASSERT_EQ(KXDCKMAKE(table, one, &key), 0);
-      ASSERT_EQ(KXDCKADD(one, key, r), 0);
-    }
-    ASSERT_EQ(KXDCCLOSE(one), 0);
+    OneByOne(IX_OPS(C), "one.ntx", [&](const char* path) {
+      std::string expr = c.expr;
+      return KXDCCREATE(path, uint16_t(c.type), expr.data(), c.length, 0);
+    }, KXDCKMAKE);
     const Keys bulk = Tree("bulk.ntx");
     EXPECT_EQ(bulk, Tree("one.ntx"));
     EXPECT_LT(fs::file_size(dir.file("bulk.ntx")), fs::file_size(dir.file("one.ntx"))) << "full pages";
@@ -228,47 +177,9 @@ TEST_F(BulkIndex, NumericFieldKeys) {
   EXPECT_EQ(Tree("n8.ntx"), (Keys{{"    0.00", 4}, {"    3.25", 2}, {"   -0.50", 3}, {"  -12.50", 1}}));
 }
 
-TEST_F(BulkIndex, TemporaryFileAndLockOnEveryExit) {
-  for (int i = 0; i < 200; ++i) Add(std::to_string(i), i, "19900101");
-  const std::string tmp = dir.file("stacks.tmp");
-  int16_t other = -1;
-  uint16_t flag = 1;
-  auto lockedBy = [&] {  // 0 when a second handle gets the table lock
-    EXPECT_EQ(KXDDOPENX(&other, table_path.c_str(), 0x403), 0);
-    EXPECT_EQ(KXDDLOCK(other, 2, &flag), 0);
-    EXPECT_EQ(KXDDCLOSE(other), 0);
-    return flag;
-  };
-  struct { const char* file; char type; const char* expr; int16_t want; } cases[] = {
-      {"ok.ntx", 'C', "NAME", 0}, {"bad.ntx", 'C', "AMOUNT+NAME", KX_ERR_EXPR},  // fails on record 1
-      {"ok.ntx", 'C', "AMOUNT+NAME", KX_ERR_EXPR},  // the index built before stays as it was
-      {"no/such/dir/x.ntx", 'C', "NAME", KX_ERR_OPEN}, {"t.ntx", 'X', "NAME", KX_ERR_KEYTYPE}};
-  std::vector<uint8_t> ok;
-  for (const auto& c : cases) {
-    EXPECT_EQ(Index(c.file, c.type, c.expr), c.want) << c.file;
-    if (c.want == 0) ok = ReadBytes(dir.file(c.file));
-    EXPECT_EQ(ReadBytes(dir.file("ok.ntx")), ok) << c.file;
-    if (c.want < 0 && c.file != std::string("ok.ntx")) {
-      EXPECT_FALSE(fs::exists(dir.file(c.file))) << c.file;
-    }
-    EXPECT_FALSE(fs::exists(tmp) || fs::exists(dir.file("0.NTX"))) << c.file;
-    EXPECT_EQ(lockedBy(), 0) << c.file << ": the build left the table locked";
-  }
-  // A table another handle has locked, a bad table handle, null arguments.
-  ASSERT_EQ(KXDDOPENX(&other, table_path.c_str(), 0x403), 0);
-  ASSERT_EQ(KXDDLOCK(other, 2, &flag), 0);
-  ASSERT_EQ(flag, 0);
-  EXPECT_EQ(Index("t3.ntx", 'C', "NAME"), KX_ERR_LOCK);
-  EXPECT_FALSE(fs::exists(dir.file("t3.ntx")));
-  ASSERT_EQ(KXDDCLOSE(other), 0);
-  char name[] = "NAME";
-  EXPECT_EQ(Build(int16_t(table + 40), dir.file("t4.ntx").c_str(), 'C', name, 10, 0), KX_ERR_HANDLE);
-  EXPECT_EQ(Build(table, nullptr, 'C', name, 10, 0), KX_ERR_NULL);
-  EXPECT_EQ(Build(table, dir.file("t5.ntx").c_str(), 'C', nullptr, 10, 0), KX_ERR_NULL);
-  // A lock the host holds itself stays held after the build.
-  ASSERT_EQ(KXDDLOCK(table, 2, &flag), 0);
-  ASSERT_EQ(Index("held.ntx", 'C', "NAME"), 0);
-  EXPECT_EQ(lockedBy(), 100);
-  ASSERT_EQ(KXDDUNLOCK(table, 2, &flag), 0);
+TEST_F(BulkIndex, WorkFileBuildFileAndLockOnEveryExit) {
+  EveryExit(".ntx", [](int16_t t, const char* file, char type, char* expr) {
+    return KXDCINDEX(t, file, uint16_t(type), expr, 10, 0);
+  });
   EXPECT_EQ(Tree("held.ntx").size(), 200u);
 }

@@ -1,20 +1,18 @@
 // NTX bytes and statuses: fresh and split files, create/open checks, the
 // information exports and key texts, corrupt pages, two handles on one index.
-#include <algorithm>
-#include <cstring>
-#include <string>
-
+#include "ixtest.h"
 #include "ntxcheck.h"
-#include "testutil.h"
 
 using namespace testutil;
+using ixtest::Put16;
+using ixtest::Put32;
 
 namespace {
 
 // A fresh index as the format defines it: the header page, then an empty root.
 std::vector<uint8_t> Fresh(unsigned keyLen, unsigned m, const char* expr, uint8_t unique, unsigned dec = 0) {
   std::vector<uint8_t> b(2048);
-  auto put = [&](size_t off, unsigned v) { b[off] = uint8_t(v), b[off + 1] = uint8_t(v >> 8); };
+  auto put = [&](size_t off, unsigned v) { Put16(b, off, v); };
   put(0, 6), put(2, 1), put(4, 1024), put(12, keyLen + 8), put(14, keyLen), put(16, dec), put(18, m), put(20, m / 2);
   std::memcpy(&b[22], expr, std::strlen(expr));
   b[278] = unique;
@@ -35,9 +33,6 @@ std::vector<std::string> PageKeys(const std::vector<uint8_t>& b, uint32_t off) {
     keys.emplace_back(reinterpret_cast<const char*>(&b[off + std::min(Le16(b, off + 2 + 2 * i), uint16_t(1006)) + 8]), 10);
   return keys;
 }
-
-// A call's status, which is also left pending for KXECODE; then cleared.
-#define EXPECT_STATUS(call, status) do { EXPECT_EQ(call, status); EXPECT_EQ(KXECODE(), status); KXESCODE(0); } while (0)
 
 class NtxFormat : public testutil::EngineTest {
  protected:
@@ -117,18 +112,10 @@ TEST_F(NtxFormat, CreateChecks) {
 TEST_F(NtxFormat, OpenChecks) {
   const std::string good = Make("g.ntx", 'C', "NAME", 10), bad = dir.file("bad.ntx");
   const auto fresh = ReadBytes(good);
-  struct { size_t off; int width; uint32_t value; int16_t status; } cases[] = {
-      {14, 2, 0, -23},   {14, 2, 101, -23},  {12, 2, 17, -24}, {4, 4, 512, -25},    {4, 4, 2048, -25},
-      {4, 4, 1500, -25}, {18, 2, 48, -26},   {20, 2, 24, -44}, {22, 256, 'A', -7},  // no terminator
-  };
-  for (const auto& c : cases) {
-    auto b = fresh;
-    for (int i = 0; i < c.width; ++i) b[c.off + i] = c.width > 4 ? uint8_t(c.value) : uint8_t(c.value >> (8 * i));
-    WriteBytes(bad, b);
-    h = 5;
-    EXPECT_STATUS(KXDCOPENX(&h, bad.c_str(), 0), c.status);
-    EXPECT_EQ(h, -1) << c.off;
-  }
+  ixtest::ExpectOpenStatuses(IX_OPS(C), bad, fresh, {
+      {14, {0, 0}, -23}, {14, {101, 0}, -23}, {12, {17, 0}, -24}, {4, {0, 2, 0, 0}, -25}, {4, {0, 8, 0, 0}, -25},
+      {4, {0xDC, 5, 0, 0}, -25}, {18, {48, 0}, -26}, {20, {24, 0}, -44},
+      {22, std::vector<uint8_t>(256, 'A'), -7}});  // no terminator
   WriteBytes(bad, std::vector<uint8_t>(fresh.begin(), fresh.begin() + 100));
   EXPECT_STATUS(KXDCOPENX(&h, bad.c_str(), 0), -2);  // a truncated header
   EXPECT_STATUS(KXDCOPENX(&h, dir.file("missing.ntx").c_str(), 0), -46);
