@@ -7,6 +7,7 @@
 
 namespace {
 
+using testutil::InOrder;
 using testutil::Le16;
 using testutil::Le32;
 
@@ -51,7 +52,7 @@ TEST_F(IdxFormat, CreateWritesTheHeadersAndTheEmptyRoot) {
     KXINDEXINFO info{};
     char e[221], key[16];
     uint32_t rec = 9;
-    ASSERT_EQ(KXDIINFO(h, &info) + KXDIEXPR(h, e), 0);
+    ASSERT_EQ(InOrder({KXDIINFO(h, &info), KXDIEXPR(h, e)}), 0);
     EXPECT_EQ((std::vector<int>{info.keyLength, info.options, info.decimals}),
               (std::vector<int>{int(c.header[4]), (c.header[5] & 1 ? 0x80 : 0) | (compact ? 0x400 : 0), compact ? 8 : 3}));
     EXPECT_EQ(std::string(info.expression) + "|" + e, "NAME+CITY|NAME+CITY");

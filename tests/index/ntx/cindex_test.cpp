@@ -146,7 +146,7 @@ TEST_F(BulkIndex, SameKeysAndOrderAsAddingOneByOne) {
     // The table's position and record buffer are left as they were.
     uint32_t pos = 0;
     char name[16] = {};
-    EXPECT_EQ(KXDDRNUM(table, &pos) + KXDDFNGETS(table, "NAME", name), 0);
+    EXPECT_EQ(InOrder({KXDDRNUM(table, &pos), KXDDFNGETS(table, "NAME", name)}), 0);
     EXPECT_EQ(std::to_string(pos) + name, "3" + names[2] + "      ");
     OneByOne(IX_OPS(C), "one.ntx", [&](const char* path) {
       std::string expr = c.expr;

@@ -140,7 +140,7 @@ TEST_F(NtxFormat, InfoAndKeyTexts) {
   ASSERT_EQ(KXDCOPENX(&h, p.c_str(), 0x100), 0);
   KXINDEXINFO info{};
   info.flags = 0xF0F0;
-  ASSERT_EQ(KXDCINFO(h, &info) + KXDCEXPR(h, key), 0);
+  ASSERT_EQ(InOrder({KXDCINFO(h, &info), KXDCEXPR(h, key)}), 0);
   // {flags: read-only bit set, the caller's high bits kept; length; type; options; expression length}
   EXPECT_EQ((std::vector<int>{info.flags, info.keyLength, info.keyType, info.options, info.exprLength}),
             (std::vector<int>{0xF0F1, 20, '?', 0x0180, 13}));
@@ -209,7 +209,7 @@ TEST_F(NtxFormat, TwoHandlesAndTheCurrentKey) {
               c.status) << c.at;
     EXPECT_EQ(key + std::to_string(rec), K(c.want) + std::to_string(c.want + 1));
   }
-  EXPECT_EQ(KXDCCLOSE(h2) + KXDCCLOSE(h), 0);
+  EXPECT_EQ(InOrder({KXDCCLOSE(h2), KXDCCLOSE(h)}), 0);
 }
 
 }  // namespace
