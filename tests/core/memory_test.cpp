@@ -49,6 +49,22 @@ TEST_F(Memory, ReallocationKeepsContentsAndZeroesGrowth) {
   ASSERT_EQ(_KXMLOCK(reinterpret_cast<void**>(&p), b), 0);
   EXPECT_STREQ(p, "keep me");
   for (int i = 128; i < 5128; ++i) ASSERT_EQ(p[i], 0) << i;
+  // Large blocks live elsewhere; moving in, between and out of them keeps
+  // the contents the same way.
+  _KXMUNLOCK(b);
+  for (uint32_t size : {6u << 20, 9u << 20, 100u}) {
+    const uint32_t before = rv::plat::MemSize(b, false);
+    ASSERT_EQ(_KXMRALLOC(&b, size), 0);
+    ASSERT_EQ(_KXMLOCK(reinterpret_cast<void**>(&p), b), 0);
+    EXPECT_STREQ(p, "keep me");
+    const uint32_t now = size + 128;
+    for (uint32_t i = before; i < now; i += 4093) ASSERT_EQ(p[i], 0) << size << " " << i;
+    EXPECT_EQ(p[now - 1], 0);
+    p[now - 1] = 'x';
+    _KXMUNLOCK(b);
+  }
+  ASSERT_EQ(_KXMLOCK(reinterpret_cast<void**>(&p), b), 0);
+  EXPECT_EQ(rv::plat::MemHandle(p), b);
   EXPECT_EQ(KXMFREE(p), 0);  // freed by its address
   EXPECT_FAIL(_KXMLOCK(reinterpret_cast<void**>(&p), b), KX_ERR_MEMLOCK);
 }
