@@ -367,7 +367,7 @@ constexpr uint64_t kMaxBlock = 0x7FFFFFFFu;
 #ifndef RV_HEAP_ONLY
 #define RV_HEAP_ONLY 0
 #endif
-constexpr uint32_t kMappedFrom = 4u << 20;
+constexpr uint32_t kMappedFrom = 1u << 20;
 constexpr size_t kHugePage = size_t(2) << 20;
 
 // A zero-filled block of `bytes`: *mapped tells the size of its mapping (0
