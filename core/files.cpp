@@ -2,6 +2,7 @@
 // platform's file handles, with its own open, read, write, seek, lock, erase
 // and close. Each operation returns true on success and keeps the last
 // platform error (a sharing violation is kept as "file not found").
+#include <algorithm>
 #include <cstring>
 
 #include "kxcore.h"
@@ -32,6 +33,8 @@ constexpr uint32_t kPiece = 4096;
 // Views larger than this are not made (the caller reads instead): address
 // space is scarce in a 32-bit process.
 constexpr uint32_t kMostViewed = sizeof(void*) > 4 ? 0xFFFF0000u : 0x10000000u;
+// Room a view is given past the file's end (less where addresses are scarce).
+constexpr uint64_t kViewRoom = sizeof(void*) > 4 ? 8u << 20 : 1u << 20;
 
 bool Record(bool ok) {
   if (ok) {
@@ -251,11 +254,14 @@ void* View(int16_t file, uint32_t length, bool* writable) {
       DropView(e);
   }
   if (!e.view) {
-    // A view that may reach past the file's end gets room to grow (a quarter
-    // more, in 64 KiB steps), so that a file growing page by page is not
-    // mapped again for every page.
+    // A view that may reach past the file's end gets room to grow (half as
+    // much again, and at least kViewRoom, in 64 KiB steps), so that a file
+    // growing page by page is seldom mapped again: a new mapping has to fault
+    // in every page the calls touch once more. The room costs address space
+    // only.
     uint64_t reach = length;
-    if (plat::kViewBeyondEnd) reach = (uint64_t(length) + length / 4 + 0xFFFF) & ~uint64_t(0xFFFF);
+    if (plat::kViewBeyondEnd)
+      reach = (uint64_t(length) + std::max<uint64_t>(length / 2, kViewRoom) + 0xFFFF) & ~uint64_t(0xFFFF);
     if (reach > kMostViewed) reach = kMostViewed;
     e.view = plat::MapView(h, length, uint32_t(reach), &e.viewWritable, &e.mapping, &e.viewMapped);
     if (!e.view) return nullptr;
