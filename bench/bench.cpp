@@ -119,10 +119,11 @@ void Check(int16_t s, const char* what) {
   if (s < 0) Die(what, s);
 }
 
-double CpuSeconds() {
+double CpuSeconds(bool systemOnly = false) {
   rusage ru{};
   getrusage(RUSAGE_SELF, &ru);
-  return double(ru.ru_utime.tv_sec + ru.ru_stime.tv_sec) + double(ru.ru_utime.tv_usec + ru.ru_stime.tv_usec) / 1e6;
+  const double sys = double(ru.ru_stime.tv_sec) + double(ru.ru_stime.tv_usec) / 1e6;
+  return systemOnly ? sys : sys + double(ru.ru_utime.tv_sec) + double(ru.ru_utime.tv_usec) / 1e6;
 }
 
 // The peak resident memory of one step: the kernel's high-water mark is
@@ -130,8 +131,8 @@ double CpuSeconds() {
 // Work timed in pieces (the records made between them are not timed) goes
 // through Pause and Resume.
 struct Meter {
-  double wall0 = 0, cpu0 = 0;
-  double wall = 0, cpu = 0;
+  double wall0 = 0, cpu0 = 0, sys0 = 0;
+  double wall = 0, cpu = 0, sys = 0;  // sys: the part of cpu spent in the kernel
   double peakMB = 0;
   long faults0 = 0, faults = 0;  // page faults of the step
   void Start() {
@@ -141,7 +142,7 @@ struct Meter {
       if (::write(fd, "5", 1) != 1) std::fputs("rvbench: the peak memory is the process's\n", stderr);
       ::close(fd);
     }
-    wall = cpu = 0;
+    wall = cpu = sys = 0;
     rusage ru{};
     getrusage(RUSAGE_SELF, &ru);
     faults0 = ru.ru_minflt + ru.ru_majflt;
@@ -149,11 +150,13 @@ struct Meter {
   }
   void Resume() {
     cpu0 = CpuSeconds();
+    sys0 = CpuSeconds(true);
     wall0 = Now();
   }
   void Pause() {
     wall += Now() - wall0;
     cpu += CpuSeconds() - cpu0;
+    sys += CpuSeconds(true) - sys0;
   }
   void Stop() {
     Pause();
@@ -211,8 +214,8 @@ void Report(const std::string& step, const Meter& m, double records, double floo
   }
   g_rows.push_back({step, m.wall, m.cpu, records, m.peakMB, floor, what, goal, reference});
   if (m.peakMB > g_peakMB) g_peakMB = m.peakMB;
-  std::fprintf(stderr, "  %-34s %8.3f s  cpu %7.3f s  %8.3f us/record  peak %6.1f MB  %ld page faults\n",
-               step.c_str(), m.wall, m.cpu, records > 0 ? m.wall / records * 1e6 : 0.0, m.peakMB, m.faults);
+  std::fprintf(stderr, "  %-34s %8.3f s  cpu %7.3f s (kernel %6.3f)  %8.3f us/record  peak %6.1f MB  %ld page faults\n",
+               step.c_str(), m.wall, m.cpu, m.sys, records > 0 ? m.wall / records * 1e6 : 0.0, m.peakMB, m.faults);
 }
 // A row timed elsewhere (the measure of another row).
 void ReportTime(const std::string& step, double t, double records, double floor, const std::string& what) {
