@@ -2,6 +2,7 @@
 #include "index/common/bulkbuild.h"
 
 #include <algorithm>
+#include <bit>
 
 #include "convert/dates.h"
 #include "dbf/dlock.h"
@@ -71,7 +72,7 @@ int16_t Sorter::Init(uint32_t keyBytes, uint32_t extra, uint32_t recordCount, in
     cap /= 2;
   }
   capacity = uint32_t(cap);
-  if (histogram.Alloc(sizeof(uint32_t) * 65536) < 0) return KX_FAIL(KX_ERR_NOMEM);
+  if (histogram.Alloc(sizeof(uint32_t) * 65536 * 4) < 0) return KX_FAIL(KX_ERR_NOMEM);
   return 0;
 }
 
@@ -97,23 +98,42 @@ void Sorter::Sort() {
   const uint8_t* base = entries.bytes();
   const uint32_t size = entrySize, order = orderSize;
   const uint32_t head = keySize < 8 ? keySize : 8;
+  // The first eight key bytes as a number that orders as they do (shorter
+  // keys padded with zero bytes).
   for (uint32_t i = 0; i < count; ++i) {
     const uint8_t* e = base + size_t(i) * size;
-    uint64_t p = 0;
-    for (uint32_t k = 0; k < 8; ++k) p = p << 8 | (k < head ? e[k] : 0);
+    uint64_t p;
+    if (head == 8) {
+      std::memcpy(&p, e, 8);
+    } else {
+      uint8_t first[8] = {0, 0, 0, 0, 0, 0, 0, 0};
+      std::memcpy(first, e, head);
+      std::memcpy(&p, first, 8);
+    }
+    if constexpr (std::endian::native == std::endian::little) p = __builtin_bswap64(p);
     a[i] = {p, i};
   }
-  for (int shift = 0; shift < 64; shift += 16) {
-    std::memset(counts, 0, sizeof(uint32_t) * 65536);
-    for (uint32_t i = 0; i < count; ++i) ++counts[(a[i].prefix >> shift) & 0xFFFF];
-    if (count == 0 || counts[(a[0].prefix >> shift) & 0xFFFF] == count) continue;
+  // The counts of all four 16-bit digits in one pass; a digit that is the
+  // same in every entry takes no pass of its own.
+  std::memset(counts, 0, sizeof(uint32_t) * 65536 * 4);
+  for (uint32_t i = 0; i < count; ++i) {
+    const uint64_t p = a[i].prefix;
+    ++counts[p & 0xFFFF];
+    ++counts[65536 + ((p >> 16) & 0xFFFF)];
+    ++counts[2 * 65536 + ((p >> 32) & 0xFFFF)];
+    ++counts[3 * 65536 + (p >> 48)];
+  }
+  for (int digit = 0; digit < 4; ++digit) {
+    const int shift = 16 * digit;
+    uint32_t* c = counts + size_t(digit) * 65536;
+    if (count == 0 || c[(a[0].prefix >> shift) & 0xFFFF] == count) continue;
     uint32_t sum = 0;
     for (uint32_t d = 0; d < 65536; ++d) {
-      const uint32_t c = counts[d];
-      counts[d] = sum;
-      sum += c;
+      const uint32_t n = c[d];
+      c[d] = sum;
+      sum += n;
     }
-    for (uint32_t i = 0; i < count; ++i) b[counts[(a[i].prefix >> shift) & 0xFFFF]++] = a[i];
+    for (uint32_t i = 0; i < count; ++i) b[c[(a[i].prefix >> shift) & 0xFFFF]++] = a[i];
     std::swap(a, b);
   }
   if (a != refs.ptr) std::memcpy(refs.ptr, a, sizeof(Ref) * size_t(count));
