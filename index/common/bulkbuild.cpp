@@ -89,8 +89,10 @@ int16_t Sorter::Add(uint32_t record) {
 
 // Sorts the buffer's entries into `refs`. The entries arrive in record
 // order, so a stable sort by key alone leaves equal keys by record number:
-// a radix sort over the first eight key bytes, then the few groups that
-// share them ordered by the rest of the entry.
+// a radix sort over eight key bytes, then the few groups that share them
+// ordered by the rest of the entry. The eight bytes start after the leading
+// bytes that every key of the buffer shares (a numeric key's blanks, say),
+// which order nothing.
 void Sorter::Sort() {
   Ref* a = static_cast<Ref*>(refs.ptr);
   Ref* b = static_cast<Ref*>(spare.ptr);
@@ -98,10 +100,19 @@ void Sorter::Sort() {
   const uint8_t* base = entries.bytes();
   const uint32_t size = entrySize, order = orderSize;
   const uint32_t head = keySize < 8 ? keySize : 8;
-  // The first eight key bytes as a number that orders as they do (shorter
-  // keys padded with zero bytes).
-  for (uint32_t i = 0; i < count; ++i) {
+  // The leading key bytes that every entry shares, as far as eight bytes
+  // before the key's end.
+  uint32_t skip = keySize - head;
+  for (uint32_t i = 1; i < count && skip > 0; ++i) {
     const uint8_t* e = base + size_t(i) * size;
+    uint32_t k = 0;
+    while (k < skip && e[k] == base[k]) ++k;
+    skip = k;
+  }
+  // The eight key bytes after those as a number that orders as they do
+  // (shorter keys padded with zero bytes).
+  for (uint32_t i = 0; i < count; ++i) {
+    const uint8_t* e = base + size_t(i) * size + skip;
     uint64_t p;
     if (head == 8) {
       std::memcpy(&p, e, 8);
@@ -138,14 +149,15 @@ void Sorter::Sort() {
   }
   if (a != refs.ptr) std::memcpy(refs.ptr, a, sizeof(Ref) * size_t(count));
   a = static_cast<Ref*>(refs.ptr);
-  if (keySize <= 8) return;
+  if (skip + head >= keySize) return;
+  const uint32_t rest = skip + 8;
   for (uint32_t i = 0; i < count;) {
     uint32_t j = i + 1;
     while (j < count && a[j].prefix == a[i].prefix) ++j;
     if (j - i > 1) {
-      std::sort(a + i, a + j, [base, size, order](const Ref& x, const Ref& y) {
-        return std::memcmp(base + size_t(x.index) * size + 8, base + size_t(y.index) * size + 8,
-                           order - 8) < 0;
+      std::sort(a + i, a + j, [base, size, order, rest](const Ref& x, const Ref& y) {
+        return std::memcmp(base + size_t(x.index) * size + rest, base + size_t(y.index) * size + rest,
+                           order - rest) < 0;
       });
     }
     i = j;
