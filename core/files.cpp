@@ -4,6 +4,7 @@
 // platform error (a sharing violation is kept as "file not found").
 #include <algorithm>
 #include <cstring>
+#include <new>
 
 #include "kxcore.h"
 #include "platform.h"
@@ -21,6 +22,16 @@ struct Entry {
   uint32_t viewMapped;  // bytes mapped
   bool viewWritable;
   intptr_t mapping;
+  // One bit for each 64 KiB of addresses the view spans, set when a call
+  // touches it (Touch): the system maps a file's cached pages into a view
+  // 64 KiB of addresses at a time.
+  uint8_t* touched;
+  uint32_t touchedCount;  // bits set
+  // Touches of spans not yet touched after the budget was spent: the last
+  // one's last span, and how many came each in the span of the one before
+  // or the next.
+  uint32_t lastMiss;
+  uint32_t streak;
 };
 
 KXBLOCK g_block = 0;
@@ -35,6 +46,14 @@ constexpr uint32_t kPiece = 4096;
 constexpr uint32_t kMostViewed = sizeof(void*) > 4 ? 0xFFFF0000u : 0x10000000u;
 // Room a view is given past the file's end (less where addresses are scarce).
 constexpr uint64_t kViewRoom = sizeof(void*) > 4 ? 8u << 20 : 1u << 20;
+// The views' pages that may be in the process's memory, counted in touched
+// 64 KiB spans of addresses (g_viewBudget): 192 MiB, 64 MiB where
+// addresses are scarce.
+constexpr unsigned kChunkShift = 16;
+uint32_t g_touched = 0;  // spans touched, over every view
+// Misses in a row, each in or next to the span of the one before, that make
+// a walk.
+constexpr uint32_t kSequentialMisses = 16;
 
 bool Record(bool ok) {
   if (ok) {
@@ -57,8 +76,19 @@ bool BadFile() {
   return false;
 }
 
+// The number of 64 KiB spans of addresses that `mapped` bytes at `view`
+// reach into.
+uint32_t SpansOf(const void* view, uint32_t mapped) {
+  const uintptr_t a = reinterpret_cast<uintptr_t>(view);
+  return uint32_t(((a + mapped - 1) >> kChunkShift) - (a >> kChunkShift) + 1);
+}
+
 void DropView(Entry& e) {
   if (e.view) plat::UnmapView(e.view, e.viewMapped, e.mapping);
+  delete[] e.touched;
+  e.touched = nullptr;
+  g_touched -= e.touchedCount;
+  e.touchedCount = 0;
   e.view = nullptr;
   e.viewLength = 0;
   e.viewMapped = 0;
@@ -67,6 +97,8 @@ void DropView(Entry& e) {
 }
 
 }  // namespace
+
+uint32_t g_viewBudget = (sizeof(void*) > 4 ? 192u << 20 : 64u << 20) >> kChunkShift;
 
 bool Setup(unsigned n, const char* /*ignored*/) {
   if (g_refs > 0) {
@@ -77,8 +109,9 @@ bool Setup(unsigned n, const char* /*ignored*/) {
   if (MemAllocLocked(&g_block, &p, uint32_t((n + 2) * sizeof(Entry))) < 0) return false;
   g_table = static_cast<Entry*>(p);
   g_count = n;
-  g_table[0] = {uint16_t(n ? 2 : 0), 0, plat::FileHandle(n), nullptr, 0, 0, false, 0};
-  g_table[1] = {0, 0, plat::kBadFile, nullptr, 0, 0, false, 0};
+  g_table[0] = {uint16_t(n ? 2 : 0), 0, plat::FileHandle(n), nullptr, 0, 0, false, 0, nullptr, 0, 0, 0};
+  g_table[1] = {0, 0, plat::kBadFile, nullptr, 0, 0, false, 0, nullptr, 0, 0, 0};
+  g_touched = 0;
   for (unsigned i = 2; i < n + 2; ++i) {
     g_table[i].next = uint16_t(i + 1 < n + 2 ? i + 1 : 0);
     g_table[i].prev = uint16_t(i - 1);
@@ -177,7 +210,8 @@ bool WriteAt(int16_t file, uint32_t off, const void* buf, uint32_t count) {
   // and kept if this one is killed, without a system call.
   if (HandleOf(file) != plat::kBadFile) {
     Entry& e = g_table[file];
-    if (e.view && e.viewWritable && count > 0 && uint64_t(off) + count <= e.viewLength) {
+    if (e.view && e.viewWritable && count > 0 && uint64_t(off) + count <= e.viewLength &&
+        Touch(file, off, count)) {
       std::memcpy(static_cast<char*>(e.view) + off, buf, count);
       g_lastError = 0;
       return true;
@@ -266,9 +300,51 @@ void* View(int16_t file, uint32_t length, bool* writable) {
     e.view = plat::MapView(h, length, uint32_t(reach), &e.viewWritable, &e.mapping, &e.viewMapped);
     if (!e.view) return nullptr;
     e.viewLength = length;
+    // Without its bitmap a view's touches go uncounted; the budget's
+    // releases still cover it.
+    e.touched = new (std::nothrow) uint8_t[(SpansOf(e.view, e.viewMapped) + 7) / 8]();
   }
   *writable = e.viewWritable;
   return e.view;
+}
+
+bool Touch(int16_t file, uint32_t off, uint32_t count) {
+  if (HandleOf(file) == plat::kBadFile || count == 0) return true;
+  Entry& e = g_table[file];
+  if (!e.touched || uint64_t(off) + count > e.viewMapped) return true;
+  const uintptr_t a = reinterpret_cast<uintptr_t>(e.view);
+  const uint32_t first = uint32_t(((a + off) >> kChunkShift) - (a >> kChunkShift));
+  const uint32_t last = uint32_t(((a + off + count - 1) >> kChunkShift) - (a >> kChunkShift));
+  auto marked = [&e](uint32_t c) { return (e.touched[c >> 3] >> (c & 7)) & 1; };
+  uint32_t fresh = 0;
+  for (uint32_t c = first; c <= last; ++c) fresh += marked(c) ? 0 : 1;
+  if (fresh == 0) return true;
+  if (g_touched + fresh > g_viewBudget) {
+    // Past the budget, bytes in spans not yet touched are read or written
+    // with a system call, which is cheaper than mapping them in: the
+    // spans touched so far stay (a search's upper pages among them). A
+    // run of calls that goes through the file span after span (a walk)
+    // has every view's pages given back instead, and goes on in the view.
+    e.streak = (first == e.lastMiss || first == e.lastMiss + 1) ? e.streak + 1 : 0;
+    e.lastMiss = last;
+    if (e.streak < kSequentialMisses) return false;
+    for (uint16_t i = g_table[1].next; i != 0; i = g_table[i].next) {
+      Entry& o = g_table[i];
+      if (!o.view) continue;
+      plat::ReleaseViewPages(o.view, o.viewMapped);
+      if (o.touched) std::memset(o.touched, 0, (SpansOf(o.view, o.viewMapped) + 7) / 8);
+      o.touchedCount = 0;
+    }
+    g_touched = 0;
+    e.streak = 0;
+  }
+  for (uint32_t c = first; c <= last; ++c) {
+    if (marked(c)) continue;
+    e.touched[c >> 3] |= uint8_t(1u << (c & 7));
+    ++e.touchedCount;
+    ++g_touched;
+  }
+  return true;
 }
 
 uint32_t LastError() { return g_lastError; }

@@ -246,6 +246,16 @@ bool Length(int16_t file, uint32_t* len);
 // The shared view of the file's first `length` bytes (see HView); nullptr
 // when there is none.
 void* View(int16_t file, uint32_t length, bool* writable);
+// Tells that `count` bytes at `off` of the file's view are about to be read
+// or written, and whether that should be done through the view (true) or
+// with a system call (false). The views' pages that calls have touched are
+// kept to a budget (g_viewBudget, in 64 KiB spans), so that a search or a
+// walk over a large file does not hold all of it in the process's memory:
+// past the budget, new spans are read and written with system calls, and a
+// walk through the file has every view's pages given back to the system
+// (its file cache keeps them) and goes on through the view.
+bool Touch(int16_t file, uint32_t off, uint32_t count);
+extern uint32_t g_viewBudget;
 uint32_t LastError();
 // Number of platform write calls made so far (pieces of at most 4096 bytes).
 uint64_t PlatformWrites();
@@ -281,6 +291,10 @@ int16_t HTempName(const char* beside, const char* extension, char* out, size_t s
 // length is asked whenever a call wants more than the view gave before):
 // the caller then reads and writes as usual.
 void* HView(int16_t file, uint32_t length, bool* writable);
+// Whether `count` bytes at `off` of the file's body are to be read or
+// stored through HView's view (files::Touch), else with HreadAt or
+// HwriteAt: the views' pages in memory stay within their budget.
+bool HTouch(int16_t file, uint32_t off, uint32_t count);
 
 // ---- Small helpers ---------------------------------------------------------
 // Copies at most size-1 bytes and terminates.

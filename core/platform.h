@@ -69,6 +69,10 @@ bool Unlock(FileHandle f, uint32_t off, uint32_t len);
 void* MapView(FileHandle f, uint32_t len, uint32_t reach, bool* writable, intptr_t* mapping,
               uint32_t* mapped);
 void UnmapView(void* view, uint32_t mapped, intptr_t mapping);
+// Gives the view's pages back to the system without changing the file: the
+// next access maps them again from the system's file cache. What was
+// stored through the view stays in the file.
+void ReleaseViewPages(void* view, uint32_t mapped);
 // Windows refuses to change the size of a file while a view of it exists;
 // POSIX only needs the file to stay at least as long as the view.
 #if defined(_WIN32)

@@ -223,6 +223,12 @@ void UnmapView(void* view, uint32_t mapped, intptr_t) {
   if (view) ::munmap(view, mapped);
 }
 
+void ReleaseViewPages(void* view, uint32_t mapped) {
+  // On a shared file mapping this only drops the page table entries: dirty
+  // pages stay dirty in the file cache.
+  if (view) ::madvise(view, mapped, MADV_DONTNEED);
+}
+
 bool Seek(FileHandle f, int64_t off, int origin, uint64_t* newPos) {
   PosixFile* pf = AsFile(f);
   if (!pf) return Fail(kErrBadHandle);

@@ -309,6 +309,12 @@ void UnmapView(void* view, uint32_t, intptr_t mapping) {
   if (mapping) CloseHandle(reinterpret_cast<HANDLE>(mapping));
 }
 
+void ReleaseViewPages(void* view, uint32_t mapped) {
+  // Unlocking pages that are not locked takes them out of the working set
+  // (the call then reports "not locked", which is expected).
+  if (view) VirtualUnlock(view, mapped);
+}
+
 bool Lock(FileHandle f, uint32_t off, uint32_t len) {
   HANDLE h = AsHandle(f);
   if (!h) return Fail(kErrBadHandle);

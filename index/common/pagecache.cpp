@@ -161,7 +161,8 @@ static const uint8_t* FileView(PagedState* st) {
 
 static int16_t ReadPage(PagedState* st, uint32_t offset, uint8_t* buf) {
   if (uint64_t(offset) + st->pageSize <= FileBytes(st)) {
-    if (const uint8_t* v = FileView(st)) {
+    const uint8_t* v = FileView(st);
+    if (v && HTouch(st->fs.file, offset, st->pageSize)) {
       std::memcpy(buf, v + offset, st->pageSize);
       return 0;
     }
@@ -318,6 +319,8 @@ static bool PathUnchanged(PagedState* st) {
     const uint32_t off = st->stack[d].page;
     int i = Find(st, off);
     if (i < 0 || uint64_t(off) + st->pageSize > FileBytes(st)) return false;
+    // A page the view may not show now is read again when wanted.
+    if (!HTouch(st->fs.file, off, st->pageSize)) return false;
     if (std::memcmp(BufferOf(st, i), v + off, st->pageSize) != 0) return false;
   }
   return true;

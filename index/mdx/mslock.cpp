@@ -25,7 +25,7 @@ int16_t ReadNow(MdxState* st, uint32_t offset, void* out, uint32_t count) {
   const auto* v = uint64_t(offset) + count <= FileBytes(st)
                       ? static_cast<const uint8_t*>(HView(st->fs.file, offset + count, &writable))
                       : nullptr;
-  if (v) {
+  if (v && HTouch(st->fs.file, offset, count)) {
     std::memcpy(out, v + offset, count);
     return 0;
   }
@@ -114,7 +114,12 @@ int16_t BeginTag(MdxState* st, int16_t tag) {
     KX_TRY(TakeHead(st));
     KX_TRY(TagPage(st, tag, v + entryAt));
     if (uint64_t(st->tagPage) * kPage + kTagHeadBytes > st->fileLength) return KX_FAIL(KX_ERR_MDXTAGINDEX);
-    std::memcpy(th, v + st->tagPage * kPage, kTagHeadBytes);
+    if (HTouch(st->fs.file, st->tagPage * kPage, kTagHeadBytes)) {
+      std::memcpy(th, v + st->tagPage * kPage, kTagHeadBytes);
+    } else {
+      const int16_t s = HreadAt(st->fs.file, st->tagPage * kPage, th, kTagHeadBytes);
+      if (s < 0) return KX_FAIL(s);
+    }
   } else {
     KX_TRY(LoadHead(st));
     uint8_t e[4];
