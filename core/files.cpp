@@ -51,6 +51,9 @@ constexpr uint64_t kViewRoom = sizeof(void*) > 4 ? 8u << 20 : 1u << 20;
 // addresses are scarce.
 constexpr unsigned kChunkShift = 16;
 uint32_t g_touched = 0;  // spans touched, over every view
+// Spans that every view reaches into: while the budget covers them all, no
+// touch needs counting.
+uint64_t g_spans = 0;
 // Misses in a row, each in or next to the span of the one before, that make
 // a walk.
 constexpr uint32_t kSequentialMisses = 16;
@@ -83,8 +86,23 @@ uint32_t SpansOf(const void* view, uint32_t mapped) {
   return uint32_t(((a + mapped - 1) >> kChunkShift) - (a >> kChunkShift) + 1);
 }
 
+// Every view's pages go back to the system, and the count starts again.
+void ReleaseAll() {
+  for (uint16_t i = g_table[1].next; i != 0; i = g_table[i].next) {
+    Entry& o = g_table[i];
+    if (!o.view) continue;
+    plat::ReleaseViewPages(o.view, o.viewMapped);
+    if (o.touched) std::memset(o.touched, 0, (SpansOf(o.view, o.viewMapped) + 7) / 8);
+    o.touchedCount = 0;
+  }
+  g_touched = 0;
+}
+
 void DropView(Entry& e) {
-  if (e.view) plat::UnmapView(e.view, e.viewMapped, e.mapping);
+  if (e.view) {
+    plat::UnmapView(e.view, e.viewMapped, e.mapping);
+    g_spans -= SpansOf(e.view, e.viewMapped);
+  }
   delete[] e.touched;
   e.touched = nullptr;
   g_touched -= e.touchedCount;
@@ -112,6 +130,7 @@ bool Setup(unsigned n, const char* /*ignored*/) {
   g_table[0] = {uint16_t(n ? 2 : 0), 0, plat::FileHandle(n), nullptr, 0, 0, false, 0, nullptr, 0, 0, 0};
   g_table[1] = {0, 0, plat::kBadFile, nullptr, 0, 0, false, 0, nullptr, 0, 0, 0};
   g_touched = 0;
+  g_spans = 0;
   for (unsigned i = 2; i < n + 2; ++i) {
     g_table[i].next = uint16_t(i + 1 < n + 2 ? i + 1 : 0);
     g_table[i].prev = uint16_t(i - 1);
@@ -303,13 +322,18 @@ void* View(int16_t file, uint32_t length, bool* writable) {
     // Without its bitmap a view's touches go uncounted; the budget's
     // releases still cover it.
     e.touched = new (std::nothrow) uint8_t[(SpansOf(e.view, e.viewMapped) + 7) / 8]();
+    // Touches were not counted while the budget covered every view: when it
+    // no longer does, counting starts from nothing in memory.
+    const bool counted = g_spans > g_viewBudget;
+    g_spans += SpansOf(e.view, e.viewMapped);
+    if (!counted && g_spans > g_viewBudget) ReleaseAll();
   }
   *writable = e.viewWritable;
   return e.view;
 }
 
 bool Touch(int16_t file, uint32_t off, uint32_t count) {
-  if (HandleOf(file) == plat::kBadFile || count == 0) return true;
+  if (g_spans <= g_viewBudget || HandleOf(file) == plat::kBadFile || count == 0) return true;
   Entry& e = g_table[file];
   if (!e.touched || uint64_t(off) + count > e.viewMapped) return true;
   const uintptr_t a = reinterpret_cast<uintptr_t>(e.view);
@@ -328,14 +352,7 @@ bool Touch(int16_t file, uint32_t off, uint32_t count) {
     e.streak = (first == e.lastMiss || first == e.lastMiss + 1) ? e.streak + 1 : 0;
     e.lastMiss = last;
     if (e.streak < kSequentialMisses) return false;
-    for (uint16_t i = g_table[1].next; i != 0; i = g_table[i].next) {
-      Entry& o = g_table[i];
-      if (!o.view) continue;
-      plat::ReleaseViewPages(o.view, o.viewMapped);
-      if (o.touched) std::memset(o.touched, 0, (SpansOf(o.view, o.viewMapped) + 7) / 8);
-      o.touchedCount = 0;
-    }
-    g_touched = 0;
+    ReleaseAll();
     e.streak = 0;
   }
   for (uint32_t c = first; c <= last; ++c) {
