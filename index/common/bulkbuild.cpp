@@ -102,7 +102,7 @@ void Sorter::Sort() {
   const uint32_t head = keySize < 8 ? keySize : 8;
   // The leading key bytes that every entry shares, as far as eight bytes
   // before the key's end.
-  uint32_t skip = keySize - head;
+  skip = keySize - head;
   for (uint32_t i = 1; i < count && skip > 0; ++i) {
     const uint8_t* e = base + size_t(i) * size;
     uint32_t k = 0;
@@ -168,6 +168,18 @@ void Sorter::Sort() {
 // and append it to the work file as one run.
 int16_t Sorter::Spill() {
   Sort();
+  // The leading bytes shared by every run: those that this run's keys share
+  // and that its first key has in common with the first run's.
+  if (runs == 0) {
+    if (lead.Alloc(keySize) < 0) return KX_FAIL(KX_ERR_NOMEM);
+    std::memcpy(lead.ptr, Entry(0), keySize);
+    shared = skip;
+  } else {
+    const uint8_t* first = Entry(0);
+    uint32_t k = 0;
+    while (k < shared && k < skip && first[k] == lead.bytes()[k]) ++k;
+    shared = k;
+  }
   if (!gather.ptr && gather.Alloc(kReadChunk) < 0) return KX_FAIL(KX_ERR_NOMEM);
   if ((spilled + count) * entrySize > 0xFFFFFFFFull) return KX_FAIL(KX_ERR_SEEK);
   const uint32_t per = std::max<uint32_t>(kReadChunk / entrySize, 1);
@@ -201,13 +213,22 @@ int16_t Refill(Run& run, int16_t tmp, uint32_t entrySize, uint32_t shareEntries)
   return 0;
 }
 
+// A run's place in the merge's heap: its current entry, and that entry's
+// eight bytes after those that every entry shares as a number that orders
+// as they do (most comparisons end there).
+struct Head {
+  uint64_t prefix;
+  const uint8_t* entry;
+  uint32_t run;
+};
+
 // Merges the runs of the work file into the sink.
 int16_t Merge(Sorter& so, EntrySink& sink) {
   const uint32_t k = so.runs;
   const uint32_t size = so.entrySize, order = so.orderSize;
-  Block runBlock, heapBlock, mergeBlock;
+  Block runBlock, headBlock, mergeBlock;
   if (runBlock.Alloc(uint32_t(sizeof(Run) * k)) < 0) return KX_FAIL(KX_ERR_NOMEM);
-  if (heapBlock.Alloc(uint32_t(sizeof(uint32_t) * k)) < 0) return KX_FAIL(KX_ERR_NOMEM);
+  if (headBlock.Alloc(uint32_t(sizeof(Head) * k)) < 0) return KX_FAIL(KX_ERR_NOMEM);
   // The sort buffer's room, shared out among the runs (one entry each at least).
   const uint32_t shareEntries = std::max<uint32_t>(so.capacity / k, 1);
   if (uint64_t(shareEntries) * k * size > 0xFFFFFFFFull) return KX_FAIL(KX_ERR_NOMEM);
@@ -216,7 +237,6 @@ int16_t Merge(Sorter& so, EntrySink& sink) {
   so.spare.Free();
   if (mergeBlock.Alloc(shareEntries * k * size) < 0) return KX_FAIL(KX_ERR_NOMEM);
   Run* runs = static_cast<Run*>(runBlock.ptr);
-  uint32_t* heap = static_cast<uint32_t*>(heapBlock.ptr);
   uint32_t off = 0, left = so.records;
   for (uint32_t i = 0; i < k; ++i) {
     uint32_t n = std::min(so.capacity, left);
@@ -225,33 +245,51 @@ int16_t Merge(Sorter& so, EntrySink& sink) {
     left -= n;
     KX_TRY(Refill(runs[i], so.tmp, size, shareEntries));
   }
-  auto cur = [&](uint32_t r) { return runs[r].share + size_t(runs[r].at) * size; };
-  auto lower = [&](uint32_t a, uint32_t b) { return std::memcmp(cur(a), cur(b), order) < 0; };
-  // A binary heap of runs ordered by their current entry.
+  // A binary heap of runs ordered by their current entry (Head).
+  const uint32_t from = so.shared, window = std::min<uint32_t>(8, order - from), rest = from + window;
+  auto place = [&](Head& h) {
+    const Run& r = runs[h.run];
+    h.entry = r.share + size_t(r.at) * size;
+    uint8_t bytes[8] = {0, 0, 0, 0, 0, 0, 0, 0};
+    std::memcpy(bytes, h.entry + from, window);
+    std::memcpy(&h.prefix, bytes, 8);
+    if constexpr (std::endian::native == std::endian::little) h.prefix = __builtin_bswap64(h.prefix);
+  };
+  auto lower = [&](const Head& a, const Head& b) {
+    if (a.prefix != b.prefix) return a.prefix < b.prefix;
+    return rest < order && std::memcmp(a.entry + rest, b.entry + rest, order - rest) < 0;
+  };
+  Head* heads = static_cast<Head*>(headBlock.ptr);
   uint32_t n = 0;
   auto down = [&](uint32_t i) {
     for (;;) {
       uint32_t l = 2 * i + 1, best = i;
-      if (l < n && lower(heap[l], heap[best])) best = l;
-      if (l + 1 < n && lower(heap[l + 1], heap[best])) best = l + 1;
+      if (l < n && lower(heads[l], heads[best])) best = l;
+      if (l + 1 < n && lower(heads[l + 1], heads[best])) best = l + 1;
       if (best == i) return;
-      std::swap(heap[i], heap[best]);
+      std::swap(heads[i], heads[best]);
       i = best;
     }
   };
   for (uint32_t i = 0; i < k; ++i)
-    if (runs[i].have) heap[n++] = i;
+    if (runs[i].have) {
+      heads[n].run = i;
+      place(heads[n++]);
+    }
   for (uint32_t i = n / 2; i-- > 0;) down(i);
   while (n > 0) {
-    Run& run = runs[heap[0]];
-    KX_TRY(sink.Emit(cur(heap[0])));
+    Run& run = runs[heads[0].run];
+    KX_TRY(sink.Emit(heads[0].entry));
     if (++run.at == run.have) {
       if (run.left > 0) {
         KX_TRY(Refill(run, so.tmp, size, shareEntries));
       } else {
-        heap[0] = heap[--n];
+        heads[0] = heads[--n];
+        down(0);
+        continue;
       }
     }
+    place(heads[0]);
     down(0);
   }
   return 0;

@@ -97,6 +97,9 @@ struct Sorter {
   Block spare;             // the radix sort's second array
   Block histogram;         // its digit counts
   Block gather;            // sorted entries on their way to the file
+  Block lead;              // the first run's first key
+  uint32_t skip = 0;       // leading key bytes that the last sort passed over
+  uint32_t shared = 0;     // leading key bytes that every run's entries share
 
   // keySize bytes of sort form, the record number, `extra` more bytes; at
   // most `sortBytes` of entries in memory (at least one entry).

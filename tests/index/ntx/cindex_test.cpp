@@ -161,6 +161,12 @@ TEST_F(BulkIndex, SameKeysAndOrderAsAddingOneByOne) {
     for (size_t i = 0; i < names.size(); ++i)
       want.push_back(c.lead + (names[i] + "          ").substr(0, c.nameChars) + (!c.date ? "" : *born(i) ? born(i) : "        "));
     EXPECT_EQ(bulk, Sorted(want));
+    // Sorted in runs of a few hundred entries, merged: the same file.
+    const uint32_t whole = rv::ntx::g_indexSortBytes;
+    rv::ntx::g_indexSortBytes = 5000;
+    ASSERT_EQ(Index("runs.ntx", c.type, c.expr, c.length), 0);
+    rv::ntx::g_indexSortBytes = whole;
+    EXPECT_EQ(ReadBytes(dir.file("runs.ntx")), ReadBytes(dir.file("bulk.ntx")));
   }
 }
 
