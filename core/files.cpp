@@ -51,9 +51,6 @@ constexpr uint64_t kViewRoom = sizeof(void*) > 4 ? 8u << 20 : 1u << 20;
 // addresses are scarce.
 constexpr unsigned kChunkShift = 16;
 uint32_t g_touched = 0;  // spans touched, over every view
-// Spans that every view reaches into: while the budget covers them all, no
-// touch needs counting.
-uint64_t g_spans = 0;
 // Misses in a row, each in or next to the span of the one before, that make
 // a walk.
 constexpr uint32_t kSequentialMisses = 16;
@@ -101,7 +98,7 @@ void ReleaseAll() {
 void DropView(Entry& e) {
   if (e.view) {
     plat::UnmapView(e.view, e.viewMapped, e.mapping);
-    g_spans -= SpansOf(e.view, e.viewMapped);
+    g_viewSpans -= SpansOf(e.view, e.viewMapped);
   }
   delete[] e.touched;
   e.touched = nullptr;
@@ -117,6 +114,7 @@ void DropView(Entry& e) {
 }  // namespace
 
 uint32_t g_viewBudget = (sizeof(void*) > 4 ? 192u << 20 : 64u << 20) >> kChunkShift;
+uint64_t g_viewSpans = 0;
 
 bool Setup(unsigned n, const char* /*ignored*/) {
   if (g_refs > 0) {
@@ -130,7 +128,7 @@ bool Setup(unsigned n, const char* /*ignored*/) {
   g_table[0] = {uint16_t(n ? 2 : 0), 0, plat::FileHandle(n), nullptr, 0, 0, false, 0, nullptr, 0, 0, 0};
   g_table[1] = {0, 0, plat::kBadFile, nullptr, 0, 0, false, 0, nullptr, 0, 0, 0};
   g_touched = 0;
-  g_spans = 0;
+  g_viewSpans = 0;
   for (unsigned i = 2; i < n + 2; ++i) {
     g_table[i].next = uint16_t(i + 1 < n + 2 ? i + 1 : 0);
     g_table[i].prev = uint16_t(i - 1);
@@ -324,16 +322,16 @@ void* View(int16_t file, uint32_t length, bool* writable) {
     e.touched = new (std::nothrow) uint8_t[(SpansOf(e.view, e.viewMapped) + 7) / 8]();
     // Touches were not counted while the budget covered every view: when it
     // no longer does, counting starts from nothing in memory.
-    const bool counted = g_spans > g_viewBudget;
-    g_spans += SpansOf(e.view, e.viewMapped);
-    if (!counted && g_spans > g_viewBudget) ReleaseAll();
+    const bool counted = g_viewSpans > g_viewBudget;
+    g_viewSpans += SpansOf(e.view, e.viewMapped);
+    if (!counted && g_viewSpans > g_viewBudget) ReleaseAll();
   }
   *writable = e.viewWritable;
   return e.view;
 }
 
-bool Touch(int16_t file, uint32_t off, uint32_t count) {
-  if (g_spans <= g_viewBudget || HandleOf(file) == plat::kBadFile || count == 0) return true;
+bool TouchCounted(int16_t file, uint32_t off, uint32_t count) {
+  if (HandleOf(file) == plat::kBadFile || count == 0) return true;
   Entry& e = g_table[file];
   if (!e.touched || uint64_t(off) + count > e.viewMapped) return true;
   const uintptr_t a = reinterpret_cast<uintptr_t>(e.view);

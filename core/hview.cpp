@@ -11,6 +11,4 @@ void* HView(int16_t file, uint32_t length, bool* writable) {
   return v;
 }
 
-bool HTouch(int16_t file, uint32_t off, uint32_t count) { return files::Touch(file, off, count); }
-
 }  // namespace rv

@@ -254,8 +254,13 @@ void* View(int16_t file, uint32_t length, bool* writable);
 // past the budget, new spans are read and written with system calls, and a
 // walk through the file has every view's pages given back to the system
 // (its file cache keeps them) and goes on through the view.
-bool Touch(int16_t file, uint32_t off, uint32_t count);
 extern uint32_t g_viewBudget;
+extern uint64_t g_viewSpans;  // 64 KiB spans that the views reach into
+bool TouchCounted(int16_t file, uint32_t off, uint32_t count);
+inline bool Touch(int16_t file, uint32_t off, uint32_t count) {
+  // While the budget covers every view whole, nothing needs counting.
+  return g_viewSpans <= g_viewBudget || TouchCounted(file, off, count);
+}
 uint32_t LastError();
 // Number of platform write calls made so far (pieces of at most 4096 bytes).
 uint64_t PlatformWrites();
@@ -294,7 +299,7 @@ void* HView(int16_t file, uint32_t length, bool* writable);
 // Whether `count` bytes at `off` of the file's body are to be read or
 // stored through HView's view (files::Touch), else with HreadAt or
 // HwriteAt: the views' pages in memory stay within their budget.
-bool HTouch(int16_t file, uint32_t off, uint32_t count);
+inline bool HTouch(int16_t file, uint32_t off, uint32_t count) { return files::Touch(file, off, count); }
 
 // ---- Small helpers ---------------------------------------------------------
 // Copies at most size-1 bytes and terminates.
