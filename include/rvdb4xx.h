@@ -49,13 +49,17 @@
  *   it is in the file at once for every process and survives the writer
  *   being killed, without a system call; the file's modification time then
  *   follows when the system writes the page back.
- * - NTX pages are read through a shared view of the whole index file, so a
- *   page is always the file's current bytes. A handle keeps its position
- *   (the pages of its path from the root) from one call to the next only
- *   while the header's counter, root and free head and every page of that
- *   path are byte for byte unchanged in the file; otherwise it searches for
- *   its current key again. Writers that never change the counter are seen
- *   like any other.
+ * - Index pages are read through a shared view of the whole index file, so a
+ *   page is always the file's current bytes. The views' pages that a process
+ *   holds in memory are kept to 192 MiB (64 MiB in the 32-bit builds) over
+ *   all its open files: past that, a search reads pages it has not touched
+ *   yet with a system call, and a walk through a file lets the views' pages
+ *   go and goes on through its view. What is read is the same either way.
+ * - An NTX handle keeps its position (the pages of its path from the root)
+ *   from one call to the next only while the header's counter, root and
+ *   free head and every page of that path are byte for byte unchanged in the
+ *   file; otherwise it searches for its current key again. Writers that
+ *   never change the counter are seen like any other.
  * - An NTX add or delete reads and checks every page it needs (free-chain
  *   links included) before it writes anything: one that fails leaves the
  *   file as it was. KXDCINDEX builds the new index beside its file and
