@@ -18,6 +18,10 @@
 
 #include "rvdb4xx.h"
 
+namespace rv::files {
+extern uint32_t g_viewBudget;
+}
+
 namespace fuzz {
 
 namespace fs = std::filesystem;
@@ -62,6 +66,19 @@ struct Engine {
   ~Engine() { KXDTERM(); }
   Engine(const Engine&) = delete;
   Engine& operator=(const Engine&) = delete;
+};
+
+// Inputs of odd length run with the index views' memory budget at one span:
+// their pages are then read and written with system calls, and walks give
+// the views' pages back, where the other inputs go through the views.
+struct ViewBudget {
+  uint32_t saved = rv::files::g_viewBudget;
+  explicit ViewBudget(size_t size) {
+    if (size & 1) rv::files::g_viewBudget = 1;
+  }
+  ~ViewBudget() { rv::files::g_viewBudget = saved; }
+  ViewBudget(const ViewBudget&) = delete;
+  ViewBudget& operator=(const ViewBudget&) = delete;
 };
 
 // Runs in the scratch directory while it lives (the NTX bulk build writes

@@ -65,6 +65,7 @@ void fuzz::Prepare() {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   InScratch here;  // the bulk build writes its runs in the current directory
+  ViewBudget budget(size);
   if (size < 2) return 0;
   const uint8_t mode = data[0];
   const size_t ops = data[1] % 32;

@@ -202,6 +202,7 @@ void fuzz::Prepare() {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   InScratch here;  // the bulk build writes its runs in the current directory
+  ViewBudget budget(size);
   KXDINIT(100, 4);
   Run(data, size);
   KXDTERM();

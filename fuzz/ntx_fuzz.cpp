@@ -158,6 +158,7 @@ struct Index {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (size < kPrefix) return 0;
+  ViewBudget budget(size);
   Engine engine;
   Reader in{data, kPrefix};
   const uint8_t ops = in.Byte();
