@@ -114,12 +114,7 @@ int16_t BeginTag(MdxState* st, int16_t tag) {
     KX_TRY(TakeHead(st));
     KX_TRY(TagPage(st, tag, v + entryAt));
     if (uint64_t(st->tagPage) * kPage + kTagHeadBytes > st->fileLength) return KX_FAIL(KX_ERR_MDXTAGINDEX);
-    if (HTouch(st->fs.file, st->tagPage * kPage, kTagHeadBytes)) {
-      std::memcpy(th, v + st->tagPage * kPage, kTagHeadBytes);
-    } else {
-      const int16_t s = HreadAt(st->fs.file, st->tagPage * kPage, th, kTagHeadBytes);
-      if (s < 0) return KX_FAIL(s);
-    }
+    KX_TRY(ReadNow(st, st->tagPage * kPage, th, kTagHeadBytes));
   } else {
     KX_TRY(LoadHead(st));
     uint8_t e[4];
