@@ -5,13 +5,15 @@
 
 namespace rv::ix {
 
+static uint32_t ChildOffset(const PagedState* p, const uint8_t* pg, int pos);
+
 int16_t TreeOpen(TreeState* st, int want, int least) {
   void* p = nullptr;
   KX_TRY(MemAllocLocked(&st->keyBlock, &p, uint32_t(st->keyLength) + 1));
   st->key = static_cast<uint8_t*>(p);
   KX_TRY(MemAllocLocked(&st->scratchBlock, &p, 2 * st->nodeSize + 2 * uint32_t(st->group)));
   st->scratch = static_cast<uint8_t*>(p);
-  KX_TRY(CacheOpen(st, st->nodeSize, StackDepthFor(st->keysPerBlock), want, least, st->unit));
+  KX_TRY(CacheOpen(st, st->nodeSize, StackDepthFor(st->keysPerBlock), want, least, st->unit, ChildOffset));
   st->curRecord = 0;
   return 0;
 }
@@ -37,6 +39,18 @@ bool PageInRange(const TreeState* st, uint32_t page) {
 static bool NodeSane(const TreeState* st, const uint8_t* pg) {
   const int n = NodeCount(st, pg);
   return n >= 0 && n <= st->keysPerBlock;
+}
+
+// The page cache's check of a kept position: the child a branch node's
+// position leads to, as a file offset (0 for a leaf or an unsound entry).
+static uint32_t ChildOffset(const PagedState* p, const uint8_t* pg, int pos) {
+  const auto* st = static_cast<const TreeState*>(p);
+  const int n = NodeCount(st, pg);
+  if (!NodeSane(st, pg) || pos < 0 || pos > n ||
+      st->first + size_t(n) * st->group + 4 > st->nodeSize || NodeIsLeaf(st, pg))
+    return 0;
+  const uint32_t child = ChildAt(st, pg, pos);
+  return PageInRange(st, child) ? OffsetOfPage(st, child) : 0;
 }
 
 int16_t PageGet(TreeState* st, uint32_t page, bool raw) {

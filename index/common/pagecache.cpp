@@ -3,6 +3,8 @@
 
 namespace rv::ix {
 
+uint64_t g_positionsKept = 0;
+
 static uint32_t TableBytes(int buffers) {
   return uint32_t((sizeof(CacheEntry) + sizeof(int16_t)) * size_t(buffers));
 }
@@ -16,8 +18,10 @@ static inline int16_t& ChainOf(PagedState* st, uint32_t offset) {
   return st->buckets[(offset >> st->pageShift) & uint32_t(st->buffers - 1)];
 }
 
-int16_t CacheOpen(PagedState* st, uint32_t pageSize, int16_t levels, int want, int least, uint32_t align) {
+int16_t CacheOpen(PagedState* st, uint32_t pageSize, int16_t levels, int want, int least, uint32_t align,
+                  ChildFn child) {
   st->pageSize = pageSize;
+  st->childOf = child;
   st->pageShift = 0;
   if (align == 0) align = pageSize;
   while ((1u << st->pageShift) < align) ++st->pageShift;
@@ -309,21 +313,33 @@ int16_t RefreshHeader(PagedState* st, uint8_t* header, uint32_t from, uint32_t c
   return 0;
 }
 
-// Whether every page of the kept position is still in the cache and the
-// same, byte for byte, as in the file now.
+// Whether the kept position still stands in the file now: its last page
+// (every page, without a child pointer reading) is in the cache and the same
+// byte for byte as in the file, and each page above leads to the one below.
 static bool PathUnchanged(PagedState* st) {
   if (st->depth < 0) return st->inUse == 0;
   const uint8_t* v = FileView(st);
   if (!v) return false;
+  const uint32_t bytes = FileBytes(st);
   for (int d = 0; d <= st->depth; ++d) {
     const uint32_t off = st->stack[d].page;
-    int i = Find(st, off);
-    if (i < 0 || uint64_t(off) + st->pageSize > FileBytes(st)) return false;
+    if (uint64_t(off) + st->pageSize > bytes) return false;
     // A page the view may not show now is read again when wanted.
     if (!HTouch(st->fs.file, off, st->pageSize)) return false;
-    if (std::memcmp(BufferOf(st, i), v + off, st->pageSize) != 0) return false;
+    if (d < st->depth && st->childOf) {
+      if (st->childOf(st, v + off, st->stack[d].pos) != st->stack[d + 1].page) return false;
+      continue;
+    }
+    int i = Find(st, off);
+    if (i < 0 || std::memcmp(BufferOf(st, i), v + off, st->pageSize) != 0) return false;
   }
   return true;
+}
+
+// Whether EndCall keeps the page at `offset` for the next call.
+static bool Kept(const PagedState* st, uint32_t offset) {
+  if (st->depth < 0) return false;
+  return st->childOf ? st->stack[st->depth].page == offset : OnPath(st, offset);
 }
 
 int16_t BeginCall(PagedState* st, uint8_t* header, uint32_t from, uint32_t count) {
@@ -354,6 +370,8 @@ int16_t BeginCallWith(PagedState* st, uint8_t* header, const uint8_t* now, uint3
       std::memcpy(header, now, count);
       KX_TRY(Hlen(st->fs.file, &st->fileLength));
     }
+  } else if (st->depth >= 0) {
+    ++g_positionsKept;
   }
   // A walk or search that enters more pages than the file holds (plus two
   // descents) is going round a damaged tree.
@@ -377,10 +395,10 @@ void EndCall(PagedState* st, int16_t status, bool keepPosition) {
     return;
   }
   if (!keepPosition) st->depth = -1;
-  // Only the position's path is kept, for the next call to compare.
+  // Only what the next call compares is kept.
   for (int i = st->mru; i >= 0;) {
     const int next = st->cache[i].next;
-    if (!OnPath(st, st->cache[i].offset)) Drop(st, i);
+    if (!Kept(st, st->cache[i].offset)) Drop(st, i);
     i = next;
   }
   st->kept = 1;

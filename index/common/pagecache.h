@@ -6,11 +6,17 @@
 // Nothing read from the file is trusted from one call to the next without
 // being compared with the file as it is now. Pages are read through a shared
 // view of the whole index file (which shows every process's writes at once)
-// or, without one, by reads. A call may keep the pages of its position's
-// descent path; the next call compares the header's changing bytes and each
-// of those pages with the file and drops the position unless every one is
-// unchanged, which is exactly the condition under which searching again for
-// the current key would retrace it.
+// or, without one, by reads. A call may keep its position: the descent
+// path's page offsets and positions, and a copy of the path's last page.
+// The next call compares the header's changing bytes and that copy with the
+// file, and checks in the file that every page above still leads, at the
+// position taken, to the page below; it drops the position unless all of
+// this holds. In a sound tree that is exactly the condition under which
+// searching again for the current key would retrace the path: the key is
+// where it was, and the pages above still lead to it. The pages above are
+// not kept: a call that uses one reads it again. (A family that gives no
+// child pointer reading keeps every page of the path, and each must be
+// unchanged byte for byte.)
 //
 // A change (add, delete) writes nothing until it has read and checked every
 // page it needs: changed pages stay in the cache and CommitPages writes
@@ -47,6 +53,13 @@ struct PathEntry {
   int16_t pos;    // key position, or the child taken at a branch
 };
 
+struct PagedState;
+// A family's reading of a branch page's child pointer: the file offset of
+// the child that position `pos` of `page` leads to, or 0 when the page is
+// not a branch or the position or the pointer is not sound. It reads only
+// bytes of the page it has checked are within it.
+using ChildFn = uint32_t (*)(const PagedState* st, const uint8_t* page, int pos);
+
 // The head of an index family's handle state: what the cache owns. The
 // state block is zero-filled at open and never constructed.
 struct PagedState {
@@ -78,15 +91,23 @@ struct PagedState {
   uint32_t pageOffset;
   uint32_t visits;          // pages entered by this call
   uint32_t visitLimit;      // more than this: the tree is damaged
+  ChildFn childOf;          // the family's child pointer reading (null: whole pages are compared)
 };
+
+// Calls that found the position kept by the call before them still
+// standing (a count the tests read).
+extern uint64_t g_positionsKept;
 
 // ---- Set-up -----------------------------------------------------------------
 // Allocates the path (`levels` entries), the cache table and the page
 // buffers: `want` buffers (a power of two), halved while memory is short,
 // never fewer than `least` (-3). Sets the page size and the flush flag.
 // Pages start at multiples of `align` (a power of two; 0: the page size,
-// which is then a power of two).
-int16_t CacheOpen(PagedState* st, uint32_t pageSize, int16_t levels, int want, int least, uint32_t align = 0);
+// which is then a power of two). With `child`, a kept position holds only
+// its last page between calls, and the pages above it are checked through
+// their child pointers (see BeginCall).
+int16_t CacheOpen(PagedState* st, uint32_t pageSize, int16_t levels, int want, int least, uint32_t align = 0,
+                  ChildFn child = nullptr);
 // Frees what CacheOpen allocated; safe on a partial state.
 void CacheClose(PagedState* st);
 // Empties the cache table and forgets the position.
@@ -125,10 +146,12 @@ inline uint32_t FileBytes(const PagedState* st) { return st->fileLength - st->gr
 // The start of every tree operation: the header's changing bytes
 // [from, from + count) as the file holds them now (through the shared view,
 // or read) are compared with `header` (the family's copy of those bytes).
-// The position kept by the last call stays only when those bytes and every
-// page of its path are unchanged in the file; otherwise it is forgotten, and
-// a changed header is copied and has the file length read again. Sets the
-// visit limit.
+// The position kept by the last call stays only when those bytes are
+// unchanged, its last page is unchanged byte for byte, and every page above
+// it still leads, at the position taken, to the page below (or, for a family
+// without a child pointer reading, is unchanged byte for byte). Otherwise
+// it is forgotten, and a changed header is copied and has the file length
+// read again. Sets the visit limit.
 int16_t BeginCall(PagedState* st, uint8_t* header, uint32_t from, uint32_t count);
 // The same with the watched bytes as the caller read them now (a family
 // whose changing fields lie in several places of the file).

@@ -8,6 +8,17 @@ static bool NodeOffset(const IdxState* st, uint32_t offset) {
   return offset >= FirstNode(st) && offset % kNode == 0 && offset < st->fileLength;
 }
 
+uint32_t ChildOffset(const ix::PagedState* p, const uint8_t* pg, int pos) {
+  const auto* st = static_cast<const IdxState*>(p);
+  if (Rd16(pg) & kAttrLeaf) return 0;
+  const int n = Rd16(pg + 2);
+  const int L = st->keyLength;
+  const int cap = st->compact ? CompactInteriorCapacity(L) : StdCapacity(L);
+  if (n > cap || pos < 0 || pos >= n) return 0;
+  const uint32_t child = RdBe(pg + 12 + size_t(pos) * size_t(L + (st->compact ? 8 : 4)) + L + (st->compact ? 4 : 0));
+  return NodeOffset(st, child) ? child : 0;
+}
+
 int16_t Load(IdxState* st, uint32_t offset, const Flat** out) {
   if (offset < FirstNode(st)) return KX_FAIL(KX_ERR_SEEK);
   bool fresh = false;

@@ -177,6 +177,10 @@ void ToNode(const IdxState* st, const Flat& f, Node* nd);
 // Load (two views are used in turn); an expanded compact leaf stays in
 // its slot while its bytes are unchanged.
 int16_t Load(IdxState* st, uint32_t offset, const Flat** out);
+// The child an interior node's entry `pos` leads to, as the file holds it,
+// 0 for a leaf or an entry past the node's count (the page cache's check of
+// a kept position).
+uint32_t ChildOffset(const ix::PagedState* st, const uint8_t* pg, int pos);
 // Forgets the expansion of a node whose cached bytes are being changed.
 void Touch(IdxState* st, uint32_t offset);
 // Loads a node for a change into `nd`.

@@ -73,7 +73,7 @@ int16_t OpenBody(void* state, const char* name, uint16_t mode, int16_t h, bool* 
   KX_TRY(MemAllocLocked(&st->flatBlock, &p, uint32_t(sizeof(Flat) * (kDecoded + kViews))));
   st->flats = static_cast<Flat*>(p);
   st->flatNext = 0;
-  KX_TRY(ix::CacheOpen(st, kNode, kLevels, kNodeBuffers, kMinNodeBuffers));
+  KX_TRY(ix::CacheOpen(st, kNode, kLevels, kNodeBuffers, kMinNodeBuffers, 0, ChildOffset));
   st->curRecord = 0;
   return st->fileLength % kNode != 0 ? int16_t(KX_SIZEWARN) : int16_t(0);
 }

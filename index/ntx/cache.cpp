@@ -22,6 +22,14 @@ bool PageSane(const NtxState* st, const uint8_t* pg) {
   return bad == 0;
 }
 
+uint32_t ChildOffset(const ix::PagedState* p, const uint8_t* pg, int pos) {
+  const auto* st = static_cast<const NtxState*>(p);
+  const unsigned lo = 2u * st->maxKeys + 4, hi = kPage - st->itemSize;
+  if (st->maxKeys == 0 || hi < lo || Count(pg) > st->maxKeys || pos < 0 || pos > Count(pg)) return 0;
+  const unsigned slot = SlotOf(pg, pos);
+  return slot >= lo && slot <= hi ? Rd32(pg + slot) : 0;
+}
+
 static bool ValidOffset(const NtxState* st, uint32_t offset) {
   return offset >= kPage && offset % kPage == 0 && offset < st->fileLength;
 }

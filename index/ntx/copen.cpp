@@ -70,7 +70,7 @@ int16_t OpenBody(NtxState* st, const char* name, uint16_t mode, int16_t h, bool*
   void* p = nullptr;
   KX_TRY(MemAllocLocked(&st->keyBlock, &p, uint32_t(st->keyLength) + 1));
   st->key = static_cast<uint8_t*>(p);
-  KX_TRY(ix::CacheOpen(st, kPage, StackDepthFor(st->half), kPageBuffers, kMinPageBuffers));
+  KX_TRY(ix::CacheOpen(st, kPage, StackDepthFor(st->half), kPageBuffers, kMinPageBuffers, 0, ChildOffset));
   st->curRecord = 0;
   return st->fileLength % kPage != 0 ? int16_t(KX_SIZEWARN) : int16_t(0);
 }

@@ -122,6 +122,10 @@ inline void SetRightmost(uint8_t* pg, int n, uint32_t child, uint16_t keyLength)
 void FormatPage(uint8_t* pg, uint16_t maxKeys, uint16_t itemSize);
 // Checks that a page read from the file can be used safely.
 bool PageSane(const NtxState* st, const uint8_t* pg);
+// The child pointer at `pos` of a branch page as the file holds it, 0 when
+// the count or that item's offset is out of bounds (the page cache's check
+// of a kept position).
+uint32_t ChildOffset(const ix::PagedState* st, const uint8_t* pg, int pos);
 
 // ---- Page cache (cache.cpp, over the shared page cache) -------------------
 // Makes the page at `offset` current (the most recently used entry,

@@ -15,6 +15,7 @@
 #include <string>
 #include <vector>
 
+#include "index/common/pagecache.h"
 #include "testutil.h"
 #include "treecheck.h"
 
@@ -199,6 +200,38 @@ inline void SeesAnotherProcess(const Ops& ops, int16_t h, const std::string& pat
   EXPECT_EQ(worker("del", "K00015", 9003), 4);
 }
 #endif
+
+// A reader walks 3,000 keys while a writer adds keys in front of all of
+// them, five at each step: the pages above the reader's split and shift
+// under it while the page it stands in stays as it was. Every step gives
+// the next key. `afterAdd` runs after each of the writer's adds (to undo
+// what a writer of another program would not have written).
+inline void WalkWhileTheFrontGrows(const Ops& ops, int16_t reader, int16_t writer,
+                                   const std::function<void()>& afterAdd = [] {}) {
+  const int n = 3000, base = 50000;
+  for (int i = 0; i < n; ++i) ASSERT_EQ(ops.add(writer, Key10(base + i).c_str(), uint32_t(i + 1)), 0);
+  char key[16];
+  uint32_t rec = 0;
+  ASSERT_EQ(ops.top(reader, key, &rec), 0);
+  for (int i = 0, front = 0; i < n; ++i) {
+    ASSERT_EQ(std::string(key, 10) + "/" + std::to_string(rec), Key10(base + i) + "/" + std::to_string(i + 1));
+    for (int j = 0; j < 5; ++j, ++front) {
+      ASSERT_EQ(ops.add(writer, Key10(front).c_str(), uint32_t(n + 1 + front)), 0);
+      afterAdd();
+    }
+    ASSERT_EQ(ops.next(reader, key, &rec), i + 1 < n ? 0 : 3);
+  }
+}
+
+// A walk over a tree of several levels: all but a few steps (those after
+// the ends of the root's children) find the position the step before kept
+// still standing, and need not search for it again.
+inline void WalkKeepsItsPosition(const Ops& ops, int16_t h) {
+  for (int i = 0; i < 3000; ++i) ASSERT_EQ(ops.add(h, Key10((i * 7919) % 3000).c_str(), uint32_t(i + 1)), 0);
+  const uint64_t before = rv::ix::g_positionsKept;
+  ASSERT_EQ(Walk(ops, h, 10).size(), 3000u);
+  EXPECT_GE(rv::ix::g_positionsKept - before, 2990u);
+}
 
 // ---- Random runs against a model -------------------------------------------
 

@@ -8,6 +8,18 @@ namespace {
 
 class IdxSharing : public testutil::EngineTest {};
 
+TEST_F(IdxSharing, WalkKeepsItsPosition) {
+  for (uint16_t form : {0, 0x400}) {
+    const std::string path = dir.file(form ? "wc.idx" : "ws.idx");
+    std::string expr = "NAME";
+    ASSERT_EQ(KXDICREATE(path.c_str(), uint16_t('C' | form), expr.data(), 10), 0);
+    int16_t h = -1;
+    ASSERT_EQ(KXDIOPENX(&h, path.c_str(), 0x400), 0);
+    ixtest::WalkKeepsItsPosition(IX_OPS(I), h);
+    ASSERT_EQ(KXDICLOSE(h), 0);
+  }
+}
+
 TEST_F(IdxSharing, HandlesSeeEachOthersChanges) {
   for (bool compact : {false, true}) {
     SCOPED_TRACE(compact ? "compact" : "standard");

@@ -6,6 +6,16 @@
 
 using namespace testutil;
 
+TEST_F(EngineTest, MdxWalkKeepsItsPosition) {
+  const std::string path = dir.file("w.mdx");
+  ASSERT_EQ(KXDMCREATE(path.c_str(), 1, 0, "W"), 0);
+  int16_t h = -1;
+  ASSERT_EQ(KXDMOPENX(&h, path.c_str(), 0x400), 0);
+  ASSERT_EQ(KXDMTADD(h, "NAME", 'C', "K", 10, nullptr, nullptr), 0);
+  ixtest::WalkKeepsItsPosition(ixtest::MdxTagOps(1), h);
+  ASSERT_EQ(KXDMCLOSE(h), 0);
+}
+
 TEST_F(EngineTest, MdxTwoHandlesSeeEachOthersChanges) {
   const std::string path = dir.file("s.mdx");
   ASSERT_EQ(KXDMCREATE(path.c_str(), 1, 0, "S"), 0);

@@ -36,6 +36,8 @@ class NdxSharing : public EngineTest {
 
 }  // namespace
 
+TEST_F(NdxSharing, WalkKeepsItsPosition) { ixtest::WalkKeepsItsPosition(IX_OPS(N), h); }
+
 #if defined(NTXWORKER_PATH)
 TEST_F(NdxSharing, AnotherProcessChangesTheIndexBetweenTwoCalls) {
   auto worker = [&](const char* op, const std::string& k, uint32_t r) {

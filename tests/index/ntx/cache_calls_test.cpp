@@ -27,6 +27,18 @@ class KeptPages : public EngineTest {
 
 TEST_F(KeptPages, AnotherProcessChangesTheIndexBetweenTwoCalls) { ixtest::SeesAnotherProcess(IX_OPS(C), h, path, 1); }
 
+TEST_F(KeptPages, WalkKeepsItsPosition) { ixtest::WalkKeepsItsPosition(IX_OPS(C), h); }
+
+TEST_F(KeptPages, PagesAboveThePositionChangeUnderIt) {
+  int16_t reader = -1;
+  ASSERT_EQ(KXDCOPENX(&reader, path.c_str(), 0x500), 0);
+  // The writer's change counter is put back after each add, as a writer
+  // that does not keep it would leave it: the reader sees the pages.
+  const auto counter = ReadBytes(path);
+  ixtest::WalkWhileTheFrontGrows(IX_OPS(C), reader, h, [&] { PatchBytes(path, 2, {counter[2], counter[3]}); });
+  EXPECT_TRUE(ntxcheck::Check(path).ok);
+}
+
 TEST_F(KeptPages, OtherHandlesAndReadOnlyHandles) {
   int16_t reader = -1;
   ASSERT_EQ(KXDCOPENX(&reader, path.c_str(), 0x500), 0);  // read-only, shared
