@@ -342,7 +342,7 @@ static bool Kept(const PagedState* st, uint32_t offset) {
   return st->childOf ? st->stack[st->depth].page == offset : OnPath(st, offset);
 }
 
-int16_t BeginCall(PagedState* st, uint8_t* header, uint32_t from, uint32_t count) {
+int16_t BeginCall(PagedState* st, uint8_t* header, uint32_t from, uint32_t count, bool positioned) {
   uint8_t now[kMaxWatched];
   if (count > sizeof now) return KX_FAIL(KX_ERR_RANGE);
   bool writable = false;
@@ -357,14 +357,14 @@ int16_t BeginCall(PagedState* st, uint8_t* header, uint32_t from, uint32_t count
       return KX_FAIL(s);
     }
   }
-  return BeginCallWith(st, header, now, count);
+  return BeginCallWith(st, header, now, count, positioned);
 }
 
-int16_t BeginCallWith(PagedState* st, uint8_t* header, const uint8_t* now, uint32_t count) {
+int16_t BeginCallWith(PagedState* st, uint8_t* header, const uint8_t* now, uint32_t count, bool positioned) {
   if (count > kMaxWatched) return KX_FAIL(KX_ERR_RANGE);
   const bool same = st->kept && std::memcmp(now, header, count) == 0;
   st->kept = 0;
-  if (!same || !PathUnchanged(st)) {
+  if (!same || !positioned || !PathUnchanged(st)) {
     DropAll(st);
     if (!same) {
       std::memcpy(header, now, count);

@@ -151,12 +151,14 @@ inline uint32_t FileBytes(const PagedState* st) { return st->fileLength - st->gr
 // it still leads, at the position taken, to the page below (or, for a family
 // without a child pointer reading, is unchanged byte for byte). Otherwise
 // it is forgotten, and a changed header is copied and has the file length
-// read again. Sets the visit limit.
-int16_t BeginCall(PagedState* st, uint8_t* header, uint32_t from, uint32_t count);
+// read again. Sets the visit limit. A call that starts from the root
+// (`positioned` false: a search, a change, the first or last key) forgets
+// the position without looking at it.
+int16_t BeginCall(PagedState* st, uint8_t* header, uint32_t from, uint32_t count, bool positioned = true);
 // The same with the watched bytes as the caller read them now (a family
 // whose changing fields lie in several places of the file).
 constexpr uint32_t kMaxWatched = 32;
-int16_t BeginCallWith(PagedState* st, uint8_t* header, const uint8_t* now, uint32_t count);
+int16_t BeginCallWith(PagedState* st, uint8_t* header, const uint8_t* now, uint32_t count, bool positioned = true);
 // Counts a page entered on the way down; a damaged tree (a cycle, pages
 // shared between subtrees) runs over the limit and gives -6.
 int16_t Visit(PagedState* st);

@@ -129,7 +129,7 @@ int16_t Commit(IdxState* st) {
   return WriteHeader(st, 0, 12);
 }
 
-int16_t BeginCall(IdxState* st) { return ix::BeginCall(st, st->header, 0, 12); }
+int16_t BeginCall(IdxState* st, bool positioned) { return ix::BeginCall(st, st->header, 0, 12, positioned); }
 
 int16_t RefreshHeader(IdxState* st) { return ix::RefreshHeader(st, st->header, 0, 12); }
 

@@ -195,7 +195,9 @@ int16_t AllocateNode(IdxState* st, uint32_t* offset);
 int16_t FreeNode(IdxState* st, uint32_t offset);
 // Ends a change: every changed page, then header bytes 0..11.
 int16_t Commit(IdxState* st);
-int16_t BeginCall(IdxState* st);
+// The start of every call (ix::BeginCall): `positioned` false for a call
+// that starts from the root.
+int16_t BeginCall(IdxState* st, bool positioned = true);
 int16_t RefreshHeader(IdxState* st);
 int16_t WriteHeader(IdxState* st, int from, int count);
 using ix::EndCall;

@@ -8,7 +8,7 @@ namespace {
 
 int16_t Insert(IdxState* st, const char* key, uint32_t record) {
   if (ReadOnly(st)) return KX_FAIL(KX_ERR_READONLY);
-  KX_TRY(BeginCall(st));
+  KX_TRY(BeginCall(st, false));
   Ent ne{};
   uint8_t want[kMaxKeyLength + 1];
   CopyKey(st, want, key);

@@ -9,7 +9,7 @@ namespace {
 
 int16_t Delete(IdxState* st, const char* key, uint32_t record) {
   if (ReadOnly(st)) return KX_FAIL(KX_ERR_READONLY);
-  KX_TRY(BeginCall(st));
+  KX_TRY(BeginCall(st, false));
   uint8_t want[kMaxKeyLength + 1];
   CopyKey(st, want, key);
   int16_t s = Search(st, want, st->keyLength, st->unique ? 1 : 2, record);

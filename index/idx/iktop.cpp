@@ -7,7 +7,7 @@ using namespace rv::idx;
 namespace {
 
 int16_t Run(IdxState* st, char* key, uint32_t* record) {
-  KX_TRY(BeginCall(st));
+  KX_TRY(BeginCall(st, false));
   return Edge(st, GoTop, key, record, 0);
 }
 

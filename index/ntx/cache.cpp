@@ -121,7 +121,7 @@ void MarkChanged(NtxState* st, uint32_t offset) { ix::MarkChanged(st, offset); }
 
 int16_t RefreshHeader(NtxState* st) { return ix::RefreshHeader(st, st->header + 2, 2, 10); }
 
-int16_t BeginCall(NtxState* st) { return ix::BeginCall(st, st->header + 2, 2, 10); }
+int16_t BeginCall(NtxState* st, bool positioned) { return ix::BeginCall(st, st->header + 2, 2, 10, positioned); }
 
 int16_t WriteHeader(NtxState* st, int from, int count) {
   return ix::WriteHeader(st, st->header + from, uint32_t(from), uint32_t(count));

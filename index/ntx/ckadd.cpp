@@ -31,7 +31,7 @@ int16_t InsertionPoint(NtxState* st, int16_t found) {
 
 int16_t Insert(NtxState* st, const char* key, uint32_t record) {
   if (ReadOnly(st)) return KX_FAIL(KX_ERR_READONLY);
-  KX_TRY(BeginCall(st));
+  KX_TRY(BeginCall(st, false));
   const uint16_t M = st->maxKeys, H = st->half, size = st->itemSize;
   uint8_t carried[8 + kMaxKeyLength + 1];
   Wr32(carried, 0);

@@ -9,7 +9,7 @@ namespace {
 
 int16_t Delete(NtxState* st, const char* key, uint32_t record) {
   if (ReadOnly(st)) return KX_FAIL(KX_ERR_READONLY);
-  KX_TRY(BeginCall(st));
+  KX_TRY(BeginCall(st, false));
   const uint16_t M = st->maxKeys, H = st->half;
   const size_t keyRec = size_t(st->keyLength) + 4;  // record number and key
   uint8_t want[kMaxKeyLength + 1];

@@ -7,7 +7,7 @@ using namespace rv::ntx;
 namespace {
 
 int16_t Run(NtxState* st, char* key, uint32_t* record, int mode) {
-  KX_TRY(BeginCall(st));
+  KX_TRY(BeginCall(st, false));
   uint8_t want[kMaxKeyLength + 1];
   int len = CopyKey(st, want, key);
   if (mode == 2) len = st->keyLength;

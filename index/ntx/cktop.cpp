@@ -7,7 +7,7 @@ using namespace rv::ntx;
 namespace {
 
 int16_t Run(NtxState* st, char* key, uint32_t* record) {
-  KX_TRY(BeginCall(st));
+  KX_TRY(BeginCall(st, false));
   return Edge(st, GoTop, key, record, 0);
 }
 

@@ -148,10 +148,11 @@ int16_t Commit(NtxState* st);
 int16_t RefreshHeader(NtxState* st);
 // The start of every tree operation: header bytes 2..11 as the file holds
 // them now (through the shared view of the header, or read). The position
-// kept by the last call stays only when those bytes and every page of its
-// path are unchanged in the file; otherwise it is forgotten, and a changed
-// header also has the file length read again.
-int16_t BeginCall(NtxState* st);
+// kept by the last call stays only when those bytes are unchanged and its
+// path still stands in the file (ix::BeginCall); otherwise it is forgotten,
+// and a changed header also has the file length read again. A call that
+// starts from the root passes `positioned` false.
+int16_t BeginCall(NtxState* st, bool positioned = true);
 using ix::EndCall;
 using ix::Visit;
 // Writes header bytes [from, from + count) at once.
