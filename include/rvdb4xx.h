@@ -55,11 +55,15 @@
  *   all its open files: past that, a search reads pages it has not touched
  *   yet with a system call, and a walk through a file lets the views' pages
  *   go and goes on through its view. What is read is the same either way.
- * - An NTX handle keeps its position (the pages of its path from the root)
- *   from one call to the next only while the header's counter, root and
- *   free head and every page of that path are byte for byte unchanged in the
- *   file; otherwise it searches for its current key again. Writers that
- *   never change the counter are seen like any other.
+ * - An index handle keeps its position (its path of pages from the root)
+ *   from one call to the next only while the header's changing bytes (for
+ *   NTX the counter, root and free head) are unchanged, the page the
+ *   position is in is byte for byte unchanged in the file, and every page
+ *   above it still leads to the page below through the child pointer the
+ *   path took; otherwise it searches for its current key again. Pages above
+ *   the position are read afresh whenever a call uses them, and a search,
+ *   add or delete starts from the root without looking at the kept position.
+ *   Writers that never change the counter are seen like any other.
  * - An NTX add or delete reads and checks every page it needs (free-chain
  *   links included) before it writes anything: one that fails leaves the
  *   file as it was. KXDCINDEX builds the new index beside its file and
