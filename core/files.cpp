@@ -221,11 +221,11 @@ bool InPieces(int16_t file, const void* buf, uint32_t count, Put put) {
   return true;
 }
 
-bool WriteAt(int16_t file, uint32_t off, const void* buf, uint32_t count) {
+bool WriteAt(int16_t file, uint32_t off, const void* buf, uint32_t count, bool viaView) {
   // Bytes that the file's shared view shows are stored through it: they are
   // in the file at once, as a write would put them, seen by every process
   // and kept if this one is killed, without a system call.
-  if (HandleOf(file) != plat::kBadFile) {
+  if (viaView && HandleOf(file) != plat::kBadFile) {
     Entry& e = g_table[file];
     if (e.view && e.viewWritable && count > 0 && uint64_t(off) + count <= e.viewLength &&
         Touch(file, off, count)) {

@@ -234,7 +234,10 @@ bool Open(const char* path, uint16_t flags, int16_t* file);
 bool Read(int16_t file, void* buf, uint32_t count, uint32_t* got);
 bool Write(int16_t file, const void* buf, uint32_t count);
 bool ReadAt(int16_t file, uint32_t off, void* buf, uint32_t count, uint32_t* got);
-bool WriteAt(int16_t file, uint32_t off, const void* buf, uint32_t count);
+// Through the file's view where it shows the bytes, unless `viaView` is
+// false: then always with a system call (which makes the file longer when
+// the bytes reach past its end).
+bool WriteAt(int16_t file, uint32_t off, const void* buf, uint32_t count, bool viaView = true);
 bool Seek(int16_t file, int32_t off, int origin, uint32_t* newPos);
 bool Close(int16_t file);
 bool Erase(const char* path);
@@ -273,6 +276,9 @@ int16_t Hwrite(int16_t file, const void* buf, uint32_t count, bool flush);
 // Positioned forms: the same as Hseek followed by Hread/Hwrite.
 int16_t HreadAt(int16_t file, uint32_t off, void* buf, uint32_t count);
 int16_t HwriteAt(int16_t file, uint32_t off, const void* buf, uint32_t count, bool flush);
+// HextendAt: HwriteAt with a system call, never through the file's view:
+// bytes past the file's end make the file that long.
+int16_t HextendAt(int16_t file, uint32_t off, const void* buf, uint32_t count, bool flush);
 int16_t Hseek(int16_t file, uint32_t offset);
 int16_t Htell(int16_t file, uint32_t* pos);
 int16_t Hlen(int16_t file, uint32_t* len);

@@ -259,11 +259,23 @@ bool OnPath(const PagedState* st, uint32_t offset) {
 }
 
 int16_t CommitPages(PagedState* st) {
+  const bool flush = st->flush != 0;
   if (st->grown != 0) {
-    KX_TRY(Hsize(st->fs.file, st->fileLength));
+    // The change added pages at the file's end. The last of them, written
+    // first with a system call, makes the file that long in the same call;
+    // without it the length is set.
+    const int last = Find(st, st->fileLength - st->pageSize);
+    if (last >= 0 && (st->cache[last].flags & kChanged)) {
+      CacheEntry& e = st->cache[last];
+      int16_t s = HextendAt(st->fs.file, e.offset, BufferOf(st, last), st->pageSize, flush);
+      if (s < 0) return KX_FAIL(s);
+      e.flags = uint8_t(e.flags & ~(kChanged | kFreed));
+      --st->changed;
+    } else {
+      KX_TRY(Hsize(st->fs.file, st->fileLength));
+    }
     st->grown = 0;
   }
-  const bool flush = st->flush != 0;
   for (int i = st->mru; i >= 0; i = st->cache[i].next) {
     CacheEntry& e = st->cache[i];
     if (!(e.flags & kChanged)) continue;

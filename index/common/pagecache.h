@@ -136,8 +136,9 @@ void MarkChanged(PagedState* st, uint32_t offset, uint8_t flags = 0);
 uint8_t FlagsOf(PagedState* st, uint32_t offset);
 // Whether the page is on the descent path.
 bool OnPath(const PagedState* st, uint32_t offset);
-// Writes the file's new length (when the change added pages), then every
-// changed page. The family writes its header after it.
+// Writes the file's new length (when the change added pages: the last added
+// page written first, with a system call, sets it), then every changed
+// page. The family writes its header after it.
 int16_t CommitPages(PagedState* st);
 // The file's bytes now (pages the change under way added are not in it).
 inline uint32_t FileBytes(const PagedState* st) { return st->fileLength - st->grown; }
