@@ -61,9 +61,9 @@
  *   position is in is byte for byte unchanged in the file, and every page
  *   above it still leads to the page below through the child pointer the
  *   path took; otherwise it searches for its current key again. Pages above
- *   the position are read afresh whenever a call uses them. An NTX or IDX
- *   search, add or delete starts from the root without looking at the kept
- *   position.
+ *   the position are read afresh whenever a call uses them. An add or a
+ *   delete (and an NTX or IDX search) starts from the root without looking
+ *   at the kept position.
  *   Writers that never change the counter are seen like any other.
  * - An NTX add or delete reads and checks every page it needs (free-chain
  *   links included) before it writes anything: one that fails leaves the

@@ -100,8 +100,9 @@ int16_t TagShape(MdxState* st, const uint8_t* th);
 void RegisterMdx();
 // The start of every tag call: the file header, tag `tag`'s entry (-48 out
 // of range, -54 its header page) and header read anew, the tree's shape set,
-// the kept position checked, the tag's current key made the tree's.
-int16_t BeginTag(MdxState* st, int16_t tag);
+// the kept position checked (not for a change: `positioned` false, it starts
+// from the root), the tag's current key made the tree's.
+int16_t BeginTag(MdxState* st, int16_t tag, bool positioned = true);
 // The start of a change to tag `tag`.
 int16_t BeginTagChange(MdxState* st, int16_t tag);
 // The start of a change to the tag table (tag add, remove): the file

@@ -98,7 +98,7 @@ static int16_t TagPage(MdxState* st, int16_t tag, const uint8_t* entry) {
   return 0;
 }
 
-int16_t BeginTag(MdxState* st, int16_t tag) {
+int16_t BeginTag(MdxState* st, int16_t tag, bool positioned) {
   st->onKey = 0;
   st->tag = 0;
   const uint32_t entryAt = kEntryBase + uint32_t(tag >= 1 && tag <= kMaxTags ? tag - 1 : 0) * kEntryBytes;
@@ -133,7 +133,7 @@ int16_t BeginTag(MdxState* st, int16_t tag) {
   Wr32(now + 12, st->pages);
   Wr32(now + 16, st->freePage);
   std::memcpy(now + 20, th + kTFormat, 4);
-  KX_TRY(ix::BeginCallWith(st, st->watch, now, sizeof now));
+  KX_TRY(ix::BeginCallWith(st, st->watch, now, sizeof now, positioned));
   st->tag = tag;
   st->curRecord = st->cur[tag].record;
   std::memcpy(st->key, st->cur[tag].key, st->keyLength);
@@ -143,7 +143,7 @@ int16_t BeginTag(MdxState* st, int16_t tag) {
 
 int16_t BeginTagChange(MdxState* st, int16_t tag) {
   if (ix::ReadOnly(st)) return KX_FAIL(KX_ERR_READONLY);
-  KX_TRY(BeginTag(st, tag));
+  KX_TRY(BeginTag(st, tag, false));
   st->inChange = 1;
   st->changePages = st->pages;
   st->changeFree = st->freePage;

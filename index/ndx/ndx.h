@@ -95,8 +95,9 @@ int16_t FreeBlock(NdxState* st, uint32_t block);
 // Sets the tree's shape from the header fields.
 void SetShape(NdxState* st);
 // The start of every call: root and next block as the file holds them now,
-// the kept position checked (see the shared cache).
-int16_t BeginCall(NdxState* st);
+// the kept position checked (see the shared cache) unless the call starts
+// from the root (`positioned` false).
+int16_t BeginCall(NdxState* st, bool positioned = true);
 // The start of a change: BeginCall, and what a failure puts back.
 int16_t BeginChange(NdxState* st);
 // Ends a change: every changed block, then the header's root and next block

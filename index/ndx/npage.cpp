@@ -82,9 +82,9 @@ int16_t FreeBlock(NdxState* st, uint32_t block) {
   return 0;
 }
 
-int16_t BeginCall(NdxState* st) {
+int16_t BeginCall(NdxState* st, bool positioned) {
   st->onKey = 0;
-  int16_t s = ix::BeginCall(st, st->header, 0, 8);
+  int16_t s = ix::BeginCall(st, st->header, 0, 8, positioned);
   st->root = Rd32(st->header);
   st->limit = Rd32(st->header + 4);
   return s;
@@ -92,7 +92,7 @@ int16_t BeginCall(NdxState* st) {
 
 int16_t BeginChange(NdxState* st) {
   if (ReadOnly(st)) return KX_FAIL(KX_ERR_READONLY);
-  KX_TRY(BeginCall(st));
+  KX_TRY(BeginCall(st, false));
   st->inChange = 1;
   st->changeFree = st->freeHead;
   st->changeRoot = Root(st);
