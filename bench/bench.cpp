@@ -525,6 +525,10 @@ void CheckWorkerRecords(const char* table, uint32_t first, int workers, uint32_t
 }
 
 void ProcessesStep(uint32_t n) {
+  // The workers are forked from this process: what the earlier steps freed
+  // (step f's 100 MB of memo texts) goes back first, or every worker would
+  // start with it resident.
+  malloc_trim(0);
   // g1. Four processes append to one table under its file lock.
   const int kWorkers = 4;
   const uint32_t per = std::min<uint32_t>(250000, std::max<uint32_t>(n / 4, 1));
