@@ -49,7 +49,7 @@ constexpr uint64_t kViewRoom = sizeof(void*) > 4 ? 8u << 20 : 1u << 20;
 // The views' pages that may be in the process's memory, counted in touched
 // 64 KiB spans of addresses (g_viewBudget): 192 MiB, 64 MiB where
 // addresses are scarce.
-constexpr unsigned kChunkShift = 16;
+constexpr unsigned kChunkShift = kSpanShift;
 uint32_t g_touched = 0;  // spans touched, over every view
 // Misses in a row, each in or next to the span of the one before, that make
 // a walk.
@@ -96,6 +96,7 @@ void ReleaseAll() {
 }
 
 void DropView(Entry& e) {
+  if (g_touchMaps) g_touchMaps[&e - g_table] = {};
   if (e.view) {
     plat::UnmapView(e.view, e.viewMapped, e.mapping);
     g_viewSpans -= SpansOf(e.view, e.viewMapped);
@@ -115,6 +116,8 @@ void DropView(Entry& e) {
 
 uint32_t g_viewBudget = (sizeof(void*) > 4 ? 192u << 20 : 64u << 20) >> kChunkShift;
 uint64_t g_viewSpans = 0;
+TouchMap* g_touchMaps = nullptr;
+unsigned g_touchMapCount = 0;
 
 bool Setup(unsigned n, const char* /*ignored*/) {
   if (g_refs > 0) {
@@ -125,6 +128,8 @@ bool Setup(unsigned n, const char* /*ignored*/) {
   if (MemAllocLocked(&g_block, &p, uint32_t((n + 2) * sizeof(Entry))) < 0) return false;
   g_table = static_cast<Entry*>(p);
   g_count = n;
+  g_touchMaps = new (std::nothrow) TouchMap[n + 2]();
+  g_touchMapCount = g_touchMaps ? n + 2 : 0;
   g_table[0] = {uint16_t(n ? 2 : 0), 0, plat::FileHandle(n), nullptr, 0, 0, false, 0, nullptr, 0, 0, 0};
   g_table[1] = {0, 0, plat::kBadFile, nullptr, 0, 0, false, 0, nullptr, 0, 0, 0};
   g_touched = 0;
@@ -146,6 +151,9 @@ void Release() {
   MemRelease(&g_block, &p);
   g_table = nullptr;
   g_count = 0;
+  delete[] g_touchMaps;
+  g_touchMaps = nullptr;
+  g_touchMapCount = 0;
 }
 
 bool Ready() { return g_table != nullptr; }
@@ -320,6 +328,7 @@ void* View(int16_t file, uint32_t length, bool* writable) {
     // Without its bitmap a view's touches go uncounted; the budget's
     // releases still cover it.
     e.touched = new (std::nothrow) uint8_t[(SpansOf(e.view, e.viewMapped) + 7) / 8]();
+    if (g_touchMaps) g_touchMaps[file] = {reinterpret_cast<uintptr_t>(e.view), e.viewMapped, e.touched};
     // Touches were not counted while the budget covered every view: when it
     // no longer does, counting starts from nothing in memory.
     const bool counted = g_viewSpans > g_viewBudget;
@@ -331,13 +340,16 @@ void* View(int16_t file, uint32_t length, bool* writable) {
 }
 
 bool TouchCounted(int16_t file, uint32_t off, uint32_t count) {
-  if (HandleOf(file) == plat::kBadFile || count == 0) return true;
+  if (!g_table || file < 2 || unsigned(file) >= g_count + 2 || count == 0) return true;
   Entry& e = g_table[file];
+  if (e.handle == plat::kBadFile) return true;
   if (!e.touched || uint64_t(off) + count > e.viewMapped) return true;
   const uintptr_t a = reinterpret_cast<uintptr_t>(e.view);
   const uint32_t first = uint32_t(((a + off) >> kChunkShift) - (a >> kChunkShift));
   const uint32_t last = uint32_t(((a + off + count - 1) >> kChunkShift) - (a >> kChunkShift));
   auto marked = [&e](uint32_t c) { return (e.touched[c >> 3] >> (c & 7)) & 1; };
+  // Most bytes asked for (a page) lie in one span.
+  if (first == last && marked(first)) return true;
   uint32_t fresh = 0;
   for (uint32_t c = first; c <= last; ++c) fresh += marked(c) ? 0 : 1;
   if (fresh == 0) return true;

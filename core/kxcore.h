@@ -260,9 +260,30 @@ void* View(int16_t file, uint32_t length, bool* writable);
 extern uint32_t g_viewBudget;
 extern uint64_t g_viewSpans;  // 64 KiB spans that the views reach into
 bool TouchCounted(int16_t file, uint32_t off, uint32_t count);
+// Spans are 64 KiB of addresses. For each file number, what the inline
+// check reads: the view's address, its mapped bytes and its bitmap of
+// touched spans (null: none).
+constexpr unsigned kSpanShift = 16;
+struct TouchMap {
+  uintptr_t view;
+  uint32_t mapped;
+  const uint8_t* touched;
+};
+extern TouchMap* g_touchMaps;
+extern unsigned g_touchMapCount;
 inline bool Touch(int16_t file, uint32_t off, uint32_t count) {
   // While the budget covers every view whole, nothing needs counting.
-  return g_viewSpans <= g_viewBudget || TouchCounted(file, off, count);
+  if (g_viewSpans <= g_viewBudget) return true;
+  // Bytes within one span already touched: nothing changes.
+  if (unsigned(file) < g_touchMapCount && count != 0) {
+    const TouchMap& m = g_touchMaps[file];
+    if (m.touched && uint64_t(off) + count <= m.mapped) {
+      const uint32_t first = uint32_t(((m.view + off) >> kSpanShift) - (m.view >> kSpanShift));
+      const uint32_t last = uint32_t(((m.view + off + count - 1) >> kSpanShift) - (m.view >> kSpanShift));
+      if (first == last && ((m.touched[first >> 3] >> (first & 7)) & 1)) return true;
+    }
+  }
+  return TouchCounted(file, off, count);
 }
 uint32_t LastError();
 // Number of platform write calls made so far (pieces of at most 4096 bytes).
