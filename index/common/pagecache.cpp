@@ -210,13 +210,6 @@ int16_t Get(PagedState* st, uint32_t offset, bool* fresh) {
   return 0;
 }
 
-void Prefetch(PagedState* st, uint32_t offset) {
-  if (uint64_t(offset) + st->pageSize > FileBytes(st)) return;
-  const uint8_t* v = FileView(st);
-  if (!v) return;
-  for (uint32_t i = 0; i < st->pageSize; i += 64) __builtin_prefetch(v + offset + i);
-}
-
 void Forget(PagedState* st, uint32_t offset) {
   int i = Find(st, offset);
   if (i >= 0) Drop(st, i);

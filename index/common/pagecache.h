@@ -123,10 +123,6 @@ int Find(PagedState* st, uint32_t offset);
 // file (below the first page, not on a page boundary, past the end even
 // after the length is read again) gives -4.
 int16_t Get(PagedState* st, uint32_t offset, bool* fresh);
-// Asks the processor to start bringing a page that the handle will want
-// soon (a walk's next leaf) from the file's view into its caches: a hint
-// that reads nothing and changes nothing.
-void Prefetch(PagedState* st, uint32_t offset);
 // Forgets a cached page (not written).
 void Forget(PagedState* st, uint32_t offset);
 // Makes `offset` the current page without reading it, zero-filled and

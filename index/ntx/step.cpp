@@ -69,11 +69,7 @@ int16_t StepNext(NtxState* st) {
   StackEntry& top = st->stack[st->depth];
   KX_TRY(PageGet(st, top.page));
   ++top.pos;
-  if (!IsLeaf(st->page)) {
-    // The subtree after this one is where the walk goes next.
-    if (top.pos < int16_t(Count(st->page))) ix::Prefetch(st, ChildAt(st->page, top.pos + 1));
-    KX_TRY(DescendLeft(st, ChildAt(st->page, top.pos)));
-  }
+  if (!IsLeaf(st->page)) KX_TRY(DescendLeft(st, ChildAt(st->page, top.pos)));
   return ClimbNext(st);
 }
 
