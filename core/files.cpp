@@ -348,8 +348,6 @@ bool TouchCounted(int16_t file, uint32_t off, uint32_t count) {
   const uint32_t first = uint32_t(((a + off) >> kChunkShift) - (a >> kChunkShift));
   const uint32_t last = uint32_t(((a + off + count - 1) >> kChunkShift) - (a >> kChunkShift));
   auto marked = [&e](uint32_t c) { return (e.touched[c >> 3] >> (c & 7)) & 1; };
-  // Most bytes asked for (a page) lie in one span.
-  if (first == last && marked(first)) return true;
   uint32_t fresh = 0;
   for (uint32_t c = first; c <= last; ++c) fresh += marked(c) ? 0 : 1;
   if (fresh == 0) return true;
