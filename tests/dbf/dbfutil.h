@@ -4,7 +4,9 @@
 #pragma once
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -170,7 +172,13 @@ inline Child Start(std::vector<std::string> args) {
   for (auto& a : args) argv.push_back(a.data());
   argv.push_back(nullptr);
 #if defined(_WIN32)
-  intptr_t h = _spawnv(_P_NOWAIT, program.c_str(), argv.data());
+  // A loaded Wine may refuse a start for a moment: a few tries, each refusal told.
+  intptr_t h = -1;
+  for (int tries = 0; h == -1 && tries < 5; ++tries) {
+    if (tries) std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    if ((h = _spawnv(_P_NOWAIT, program.c_str(), argv.data())) == -1)
+      std::fprintf(stderr, "cannot start %s: errno %d\n", program.c_str(), errno);
+  }
   return Child{h == -1 ? 0 : h};
 #else
   pid_t pid = 0;
@@ -178,10 +186,15 @@ inline Child Start(std::vector<std::string> args) {
 #endif
 }
 
+#if defined(_WIN32)
+// The exit code a killed worker ends with: none of the worker's own.
+constexpr int kKilled = 137;
+#endif
+
 // Ends the worker at once, as a crash would.
 inline void Kill(const Child& c) {
 #if defined(_WIN32)
-  if (c.id) TerminateProcess(reinterpret_cast<HANDLE>(c.id), 9);
+  if (c.id) TerminateProcess(reinterpret_cast<HANDLE>(c.id), kKilled);
 #else
   if (c.id) kill(pid_t(c.id), SIGKILL);
 #endif
@@ -193,8 +206,9 @@ inline int Wait(Child& c) {
   intptr_t id = std::exchange(c.id, 0);
   int status = 0;
 #if defined(_WIN32)
-  if (!id || _cwait(&status, id, 0) == -1) return -1;
-  return status == 9 ? -1 : status;
+  if (!id) return -1;
+  if (_cwait(&status, id, 0) == -1) return std::fprintf(stderr, "waiting for a worker: errno %d\n", errno), -1;
+  return status == kKilled ? -1 : status;
 #else
   if (!id || waitpid(pid_t(id), &status, 0) != pid_t(id)) return -1;
   return WIFEXITED(status) ? WEXITSTATUS(status) : -1;

@@ -145,7 +145,8 @@ int MemoJob(int16_t, const std::string&, char**) { return 9; }
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc < 3 || KXDINIT(20, 4) != 0) return 9;
+  if (argc < 3) return std::fprintf(stderr, "dbfworker: no job\n"), 9;
+  if (int16_t s = KXDINIT(20, 4); s != 0) return Fail("init", s), 9;
   const std::string cmd = argv[1];
   // Tables with memo files are opened in the mode of their memo layout.
   const bool memo = cmd[0] == 'm' && argc >= 4;
@@ -158,6 +159,7 @@ int main(int argc, char** argv) {
            : cmd == "mappend" && argc == 7     ? MemoJob(h, cmd, argv + 3)
            : cmd == "mpack" && argc == 4       ? MemoJob(h, cmd, argv + 3)
                                                : 9;
+  if (rc == 9) std::fprintf(stderr, "dbfworker: no job %s with %d arguments\n", cmd.c_str(), argc);
   if (rc == 0 && (s = KXDDCLOSE(h)) != 0) rc = Fail("close", s);
   KXDTERM();
   return rc;
