@@ -41,6 +41,7 @@
 #include <fcntl.h>
 #include <malloc.h>
 #include <sched.h>
+#include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -290,6 +291,42 @@ double FloorAppend(uint32_t n, const std::string& path) {
   t0 = Now();
   std::fclose(f);
   return t + Now() - t0;
+}
+
+// The least an append that leaves the file whole after every record costs:
+// each record and the end mark after it written with one pwrite at its
+// place, the count in the header going through a shared mapping.
+double FloorAppendEach(uint32_t n, const std::string& path) {
+  const size_t recLen = 56, headLen = 32 * 4 + 33;
+  const int fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_TRUNC, 0644);
+  if (fd < 0) Die("open", -1);
+  std::vector<char> head(headLen + 1, 0);
+  head[headLen] = 0x1A;
+  if (::pwrite(fd, head.data(), head.size(), 0) != ssize_t(head.size())) Die("pwrite", -1);
+  void* map = ::mmap(nullptr, headLen, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+  if (map == MAP_FAILED) Die("mmap", -1);
+  auto* count = static_cast<uint8_t*>(map) + 4;
+  People people;
+  std::vector<Person> batch(65536);
+  char rec[recLen + 1];
+  rec[recLen] = 0x1A;
+  double t = 0;
+  for (uint32_t done = 0; done < n;) {
+    const uint32_t k = std::min<uint32_t>(uint32_t(batch.size()), n - done);
+    for (uint32_t i = 0; i < k; ++i) people.Next(batch[i]);
+    const double t0 = Now();
+    for (uint32_t i = 0; i < k; ++i, ++done) {
+      RecordBytes(batch[i], rec);
+      if (::pwrite(fd, rec, sizeof rec, off_t(headLen + size_t(done) * recLen)) != ssize_t(sizeof rec))
+        Die("pwrite", -1);
+      const uint32_t c = done + 1;
+      std::memcpy(count, &c, 4);
+    }
+    t += Now() - t0;
+  }
+  ::munmap(map, headLen);
+  ::close(fd);
+  return t;
 }
 
 // The three keys of a person as the floors use them.
@@ -724,6 +761,9 @@ int main(int argc, char** argv) {
     m.Stop();
     Report("a. append " + std::to_string(n), m, n, FloorAppend(n, "floor.dbf"), "same bytes, fwrite per 3.5 MB",
            'a');
+    // The same run against the floor of the contract: whole after each record.
+    ReportTime("a. append, against one write per record", m.wall, n, FloorAppendEach(n, "floor.dbf"),
+               "same bytes, one pwrite per record, count via mmap");
     fs::remove("floor.dbf");
   }
   // Steps b to e for each index family, NTX then NDX; the floors are
